@@ -1,0 +1,271 @@
+/*
+ * Tarvo item database client (libtarvo).
+ *
+ * A bind (_tarvo_bind) connects to the store of one plane at a bind point
+ * with an options word; every other call takes the bind handle. Paths that
+ * do not start with "/" are relative to the bind point. The stores live in
+ * the data directory (TARVO_DATA_DIR, see docs/store.md) and may be shared by
+ * several processes at once.
+ *
+ * Results: every function that returns int returns 0 on success or one of
+ * the TARVO_ERR_ codes below (texts through errcode_strerror). After a
+ * failed data-changing request, tarvo_prepare_error_string gives a detailed
+ * text (which item, which rule, which lock holder) for that bind's last
+ * failure.
+ *
+ * Ownership: values returned by tarvo_item_get and tarvo_item_get_inh are
+ * heap memory the caller frees with free(). Lists are released with their
+ * own free routine; the names and values a list hands out stay valid until
+ * the list is freed. Prepared error texts are freed by the caller with
+ * free().
+ *
+ * Batches: one list request delivers at most a bounded batch (about 1000
+ * entries or 1 MiB of values; a store setting can lower it). When the batch
+ * was cut short by that bound and entries remain, the more flag is set; when
+ * the caller's wanted count was reached it is not. Chunked requests fetch
+ * chunk by chunk while the caller reads with the _next routine.
+ *
+ * Thread and process safety: a bind handle is used from one thread at a
+ * time; any number of processes may use the same data directory. No call
+ * blocks on another process for longer than the store's busy timeout.
+ */
+#ifndef TARVO_PLATFORM_TARVO_H
+#define TARVO_PLATFORM_TARVO_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Datatypes ---- */
+typedef enum tarvo_item_datatype_td
+#ifdef __cplusplus
+    : int32_t
+#endif
+{
+    TARVO_DATATYPE_DIR = -3,
+    TARVO_DATATYPE_EXTERNAL_ITEM = -2,
+    TARVO_DATATYPE_EXTERNAL_DIR = -1,
+    TARVO_DATATYPE_UINT32 = 1,
+    TARVO_DATATYPE_UINT64 = 2,
+    TARVO_DATATYPE_STRING = 3,
+    TARVO_DATATYPE_PACKED = 5,
+    TARVO_DATATYPE_BAG = 7,
+    TARVO_DATATYPE_INT8 = 8,
+    TARVO_DATATYPE_UINT8 = 9,
+    TARVO_DATATYPE_INT16 = 10,
+    TARVO_DATATYPE_UINT16 = 11,
+    TARVO_DATATYPE_INT32 = 12,
+    TARVO_DATATYPE_INT64 = 13
+} tarvo_item_datatype_td;
+
+/* ---- Events ---- */
+typedef uint32_t tarvo_event_td;
+#define TARVO_EVENT_CREATE 1u
+#define TARVO_EVENT_SET 2u
+#define TARVO_EVENT_DELETE 4u
+
+/* ---- Bind options ---- */
+#define TARVO_BIND_OPTION_MGMT 0x4u
+#define TARVO_BIND_OPTION_SCRATCHPAD 0x80u
+#define TARVO_BIND_OPTION_CFG 0x100u
+#define TARVO_BIND_OPTION_EDM_DIRECT 0x200u
+#define TARVO_BIND_OPTION_CONCISE 0x800u
+#define TARVO_BIND_OPTION_NG_DIRECT 0x2000u
+#define TARVO_BIND_OPTION_LOCAL_PLANE 0x10000u
+#define TARVO_BIND_OPTION_SHARED_STATIC 0x20000u
+#define TARVO_BIND_OPTION_SHARED_NONCFG 0x40000u
+#define TARVO_BIND_OPTION_ADMIN_PLANE 0x80000u
+#define TARVO_BIND_OPTION_SHARED_DATA 0x20000000u
+#define TARVO_BIND_OPTION_BIT31 0x80000000u
+
+/* ---- Access options (reads and lists) ---- */
+#define TARVO_ACCESS_OPTION_REVERSE 0x2u
+#define TARVO_ACCESS_OPTION_REGEXP 0x4u
+#define TARVO_ACCESS_OPTION_NEXT 0x20u      /* start name is exclusive */
+#define TARVO_ACCESS_OPTION_NOBULK 0x80u    /* committed data only */
+#define TARVO_ACCESS_OPTION_BULK 0x100u     /* pending changes only */
+#define TARVO_ACCESS_OPTION_COMP_REGEXP 0x200u
+#define TARVO_ACCESS_OPTION_EXPAND 0x4000u
+#define TARVO_ACCESS_OPTION_GET_ITEMS_SINGLE_NODE 0x800000u
+
+/* ---- Item write options (delete, copy) ---- */
+#define TARVO_WRITE_OPTION_REGEXP 0x4u
+#define TARVO_WRITE_OPTION_ATOMIC 0x8u
+#define TARVO_WRITE_OPTION_INITIAL_LOAD 0x40u
+#define TARVO_WRITE_OPTION_COMP_REGEXP 0x200u
+#define TARVO_WRITE_OPTION_OPTIMAL 0x1000000u
+
+/* ---- Set options ---- */
+#define TARVO_SET_OPTION_CREATE 0x1u
+
+/* ---- Error codes ---- */
+#define TARVO_ERROR_LIST(X)                                                   \
+    X(TARVO_ERR_NOT_SUPPORTED, 0x0000005f, "operation not supported")         \
+    X(TARVO_ERR_BAD_PATH, 0x40818000, "bad path")                             \
+    X(TARVO_ERR_NOT_A_DIR, 0x40818400, "path is an item, not a directory")    \
+    X(TARVO_ERR_NOT_FOUND, 0x40818600, "no such item or directory")           \
+    X(TARVO_ERR_BAD_VALUE, 0x40818800, "bad value")                           \
+    X(TARVO_ERR_AMBIGUOUS, 0x40818a00, "ambiguous")                           \
+    X(TARVO_ERR_EXISTS, 0x40818c00, "item already exists")                    \
+    X(TARVO_ERR_WRONG_DATATYPE, 0x40818e00,                                   \
+      "item exists with another datatype")                                    \
+    X(TARVO_ERR_IS_DIR, 0x40819000, "path is a directory")                    \
+    X(TARVO_ERR_UNDER_ITEM, 0x40819200, "a parent of the path is an item")    \
+    X(TARVO_ERR_BAD_DATATYPE, 0x40819400, "datatype cannot be stored")        \
+    X(TARVO_ERR_BAD_HANDLE, 0x40819600, "bad bind handle")                    \
+    X(TARVO_ERR_BULK_OPEN, 0x40819800, "bulk operation already open")         \
+    X(TARVO_ERR_NO_BULK, 0x40819a00, "no bulk operation open")                \
+    X(TARVO_ERR_TRANSACTION_OPEN, 0x40819c00, "transaction already open")     \
+    X(TARVO_ERR_NO_TRANSACTION, 0x40819e00, "no transaction open")            \
+    X(TARVO_ERR_LOCKED, 0x4081a000, "locked by another bind")                 \
+    X(TARVO_ERR_NOT_LOCKED, 0x4081a200, "no lock held on path")               \
+    X(TARVO_ERR_VERIFY_FAILED, 0x4081a400, "verification failed")             \
+    X(TARVO_ERR_VALUE_DIFFERS, 0x4081a600, "stored value differs")            \
+    X(TARVO_ERR_BAD_PATTERN, 0x4081a800, "bad regular expression")            \
+    X(TARVO_ERR_BAD_ARGUMENT, 0x4081aa00, "bad argument")                     \
+    X(TARVO_ERR_PATH_TOO_LONG, 0x4081ae00, "path too long")                   \
+    X(TARVO_ERR_BAD_OPTIONS, 0x4081b000, "bad options")                       \
+    X(TARVO_ERR_TRANS_AND_BULK, 0x4081b400,                                   \
+      "transaction and bulk operation cannot be open together")               \
+    X(TARVO_ERR_NO_MEMORY, 0xc0818200, "no memory")                           \
+    X(TARVO_ERR_STORE, 0x8081c000, "store failure")                           \
+    X(TARVO_ERR_NO_LIBRARY, 0x8081c200, "client library not installed")       \
+    X(TARVO_ERR_DATA_DIR, 0x8081c400, "data directory cannot be used")        \
+    X(TARVO_ERR_STORE_CORRUPT, 0x8081c600, "store is damaged")                \
+    X(TARVO_ERR_TRANSACTION_TIMED_OUT, 0x40826000, "transaction timed out")   \
+    X(TARVO_ERR_BUSY, 0x40826400, "store busy, try again")                    \
+    X(TARVO_ERR_NO_PERMISSION, 0x40828400, "permission denied")
+
+#define TARVO_ERR_NOT_SUPPORTED ((int32_t)0x0000005fu)
+#define TARVO_ERR_BAD_PATH ((int32_t)0x40818000u)
+#define TARVO_ERR_NOT_A_DIR ((int32_t)0x40818400u)
+#define TARVO_ERR_NOT_FOUND ((int32_t)0x40818600u)
+#define TARVO_ERR_BAD_VALUE ((int32_t)0x40818800u)
+#define TARVO_ERR_AMBIGUOUS ((int32_t)0x40818a00u)
+#define TARVO_ERR_EXISTS ((int32_t)0x40818c00u)
+#define TARVO_ERR_WRONG_DATATYPE ((int32_t)0x40818e00u)
+#define TARVO_ERR_IS_DIR ((int32_t)0x40819000u)
+#define TARVO_ERR_UNDER_ITEM ((int32_t)0x40819200u)
+#define TARVO_ERR_BAD_DATATYPE ((int32_t)0x40819400u)
+#define TARVO_ERR_BAD_HANDLE ((int32_t)0x40819600u)
+#define TARVO_ERR_BULK_OPEN ((int32_t)0x40819800u)
+#define TARVO_ERR_NO_BULK ((int32_t)0x40819a00u)
+#define TARVO_ERR_TRANSACTION_OPEN ((int32_t)0x40819c00u)
+#define TARVO_ERR_NO_TRANSACTION ((int32_t)0x40819e00u)
+#define TARVO_ERR_LOCKED ((int32_t)0x4081a000u)
+#define TARVO_ERR_NOT_LOCKED ((int32_t)0x4081a200u)
+#define TARVO_ERR_VERIFY_FAILED ((int32_t)0x4081a400u)
+#define TARVO_ERR_VALUE_DIFFERS ((int32_t)0x4081a600u)
+#define TARVO_ERR_BAD_PATTERN ((int32_t)0x4081a800u)
+#define TARVO_ERR_BAD_ARGUMENT ((int32_t)0x4081aa00u)
+#define TARVO_ERR_PATH_TOO_LONG ((int32_t)0x4081ae00u)
+#define TARVO_ERR_BAD_OPTIONS ((int32_t)0x4081b000u)
+#define TARVO_ERR_TRANS_AND_BULK ((int32_t)0x4081b400u)
+#define TARVO_ERR_NO_MEMORY ((int32_t)0xc0818200u)
+#define TARVO_ERR_STORE ((int32_t)0x8081c000u)
+#define TARVO_ERR_NO_LIBRARY ((int32_t)0x8081c200u)
+#define TARVO_ERR_DATA_DIR ((int32_t)0x8081c400u)
+#define TARVO_ERR_STORE_CORRUPT ((int32_t)0x8081c600u)
+#define TARVO_ERR_TRANSACTION_TIMED_OUT ((int32_t)0x40826000u)
+#define TARVO_ERR_BUSY ((int32_t)0x40826400u)
+#define TARVO_ERR_NO_PERMISSION ((int32_t)0x40828400u)
+
+/* ---- Handles ---- */
+typedef struct tarvo_bind_td *tarvo_bind_h_td;
+typedef struct tarvo_list_td *tarvo_list_h_td;
+typedef struct tarvo_datalist_td *tarvo_datalist_h_td;
+
+/* ---- Binding ---- */
+int _tarvo_bind(tarvo_bind_h_td *handle, const char *path, uint32_t options);
+int _tarvo_unbind(tarvo_bind_h_td handle);
+/* The options word the handle was bound with. */
+int tarvo_bind_get_options(tarvo_bind_h_td handle, uint32_t *options);
+/* A heap text (free with free) describing the bind's last failure with
+ * `code`; non-zero when there is nothing more to say than the code's text. */
+int tarvo_prepare_error_string(tarvo_bind_h_td handle, int32_t code,
+                               char **text);
+
+/* ---- Items ---- */
+/* *datatype in: 0 for any type or the type wanted; out: the item's type.
+ * A directory gives TARVO_DATATYPE_DIR with no value (*value null). */
+int tarvo_item_get(tarvo_bind_h_td handle, const char *path,
+                   tarvo_item_datatype_td *datatype, void **value,
+                   uint32_t *length, uint32_t access_options);
+/* Inheritance chain of an item; record layout in docs/store.md. */
+int tarvo_item_get_inh(tarvo_bind_h_td handle, const char *path,
+                       uint32_t *levels, void **buffer, uint32_t *length,
+                       uint32_t options);
+/* The `count` named items under `path` (or anywhere with
+ * TARVO_ACCESS_OPTION_GET_ITEMS_SINGLE_NODE and an empty path) as one data
+ * list, in the order named; names that do not exist are left out. */
+int tarvo_get_items(tarvo_bind_h_td handle, char **names, const char *path,
+                    uint32_t count, tarvo_datalist_h_td *list,
+                    uint32_t flags);
+int tarvo_item_create(tarvo_bind_h_td handle, const char *path,
+                      tarvo_item_datatype_td datatype, const void *value,
+                      uint32_t length, uint32_t options, uint32_t options2);
+int tarvo_item_set(tarvo_bind_h_td handle, const char *path,
+                   tarvo_item_datatype_td datatype, const void *value,
+                   uint32_t length, uint32_t set_options);
+/* An item, a directory (its whole subtree), the empty path (everything under
+ * the bind point) or, with TARVO_WRITE_OPTION_REGEXP, every item whose path
+ * under the bind point matches the pattern (with COMP_REGEXP: does not
+ * match). ATOMIC: all or nothing. */
+int tarvo_item_delete(tarvo_bind_h_td handle, const char *path,
+                      uint32_t options);
+int tarvo_item_conditional_delete(tarvo_bind_h_td handle, const char *path,
+                                  tarvo_item_datatype_td datatype,
+                                  const void *value, uint32_t length,
+                                  uint32_t options);
+int tarvo_item_verify(tarvo_bind_h_td handle, const char *path,
+                      tarvo_item_datatype_td datatype, const void *value,
+                      uint32_t length, uint32_t options);
+/* Copies an item or a subtree; `match` (a path prefix, or an RE2 pattern with
+ * the regexp options) filters the copied paths relative to `source`. */
+int tarvo_copy(tarvo_bind_h_td handle, const char *source,
+               const char *destination, const char *match, uint32_t options);
+
+/* ---- Name lists ---- */
+int tarvo_list(tarvo_bind_h_td handle, const char *path, const char *start,
+               uint32_t *count, tarvo_list_h_td *list,
+               uint32_t access_options);
+int tarvo_chunk_list(tarvo_bind_h_td handle, const char *path,
+                     const char *start, uint32_t chunk_size,
+                     tarvo_list_h_td *list, uint32_t access_options);
+/* *name null at the end of the list. `reserved` must be null. */
+int tarvo_list_next(tarvo_list_h_td list, char **name,
+                    tarvo_item_datatype_td *datatype, void *reserved);
+int tarvo_list_last(tarvo_list_h_td list, char **name,
+                    tarvo_item_datatype_td *datatype, void *reserved);
+int tarvo_list_get_more_flag(tarvo_list_h_td list, int *more);
+void tarvo_list_free(tarvo_list_h_td list);
+
+/* ---- Data lists ---- */
+int tarvo_datalist(tarvo_bind_h_td handle, const char *path,
+                   const char *start, uint32_t *count,
+                   tarvo_datalist_h_td *list, uint32_t access_options);
+int tarvo_chunk_datalist(tarvo_bind_h_td handle, const char *path,
+                         const char *start, uint32_t chunk_size,
+                         tarvo_datalist_h_td *list, uint32_t access_options);
+int tarvo_datalist_next(tarvo_datalist_h_td list, char **name,
+                        tarvo_item_datatype_td *datatype, void **value,
+                        uint32_t *length, void *reserved);
+int tarvo_datalist_last(tarvo_datalist_h_td list, char **name,
+                        tarvo_item_datatype_td *datatype, void **value,
+                        uint32_t *length, void *reserved);
+int tarvo_datalist_get_more_flag(tarvo_datalist_h_td list, int *more);
+void tarvo_datalist_free(tarvo_datalist_h_td list);
+
+/* ---- Transactions, bulks, verification ---- */
+int tarvo_transaction_abort(tarvo_bind_h_td handle);
+int tarvo_bulk_abort(tarvo_bind_h_td handle);
+int tarvo_verification_suspend(tarvo_bind_h_td handle);
+int tarvo_verification_resume(tarvo_bind_h_td handle);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

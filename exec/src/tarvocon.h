@@ -1,0 +1,216 @@
+/*
+ * tarvocon: the shared records, process-wide values and operations of the
+ * console's four units.
+ *
+ *   tarvocon_clone/             start-up and command loop, line input and
+ *                               tokenizer, transaction log, dispatch, pager,
+ *                               message catalogue, values, packed tuples,
+ *                               item display
+ *   tarvocon_commands_clone/    bind/cd and path resolution, help, do/config
+ *                               and the item, listing, transaction, bulk,
+ *                               file and config-manager commands
+ *   tarvocon_bag/               bag value entry and display
+ *   tarvocon_completion_clone/  command grammar and completion engine
+ *
+ * Conventions: plain records and functions. Handlers are
+ * int handler(tokens, count[, state or variant]) with token 0 the command
+ * word, and return 0 (success), 1 (failure already reported), a value
+ * parser's code, or an errno value when the output stream could not be
+ * opened or closed. Violated preconditions are assertions.
+ */
+#ifndef TARVOCON_H
+#define TARVOCON_H
+
+#include <setjmp.h>
+#include <signal.h>
+#include <stdint.h>
+#include <stdio.h>
+
+#include "platform/bag.h"
+#include "platform/getline.h"
+#include "platform/msg.h"
+#include "platform/tarvo.h"
+#include "platform/tuple.h"
+#include "tarvocon_clone/messages.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Constants ---- */
+#define TARVOCON_MAX_TOKENS 32
+#define TARVOCON_PATH_SIZE 1024 /* buffers of item names and paths */
+#define TARVOCON_LINE_SIZE 1024 /* command lines */
+#define TARVOCON_MAX_PACKED_ARGS 32
+#define TARVOCON_COMMAND_COUNT 59
+#define TARVOCON_COMMAND_WORD_SIZE 24
+
+#define TARVOCON_ERR_BAD_VALUE ((int)0x40818800u)
+#define TARVOCON_ERR_NO_LIBRARY ((int)0x8081c200u)
+
+#define TARVOCON_PACKED_UINT 1
+#define TARVOCON_PACKED_ULONG 2
+#define TARVOCON_PACKED_STRING 3
+#define TARVOCON_PACKED_INADDR 4
+#define TARVOCON_PACKED_UINT64 5
+
+/* ---- Records ---- */
+
+/* One recorded line of a buffered transaction. */
+typedef struct tarvocon_command_item_td {
+    char command[TARVOCON_LINE_SIZE];
+    struct tarvocon_command_item_td *next;
+} tarvocon_command_item_td;
+
+/* The console state; one instance lives in the command loop. */
+typedef struct tarvocon_state_td {
+    uint32_t transaction_open;
+    uint32_t bulk_open;
+    uint32_t transaction_buffered;
+    uint32_t verification_suspended;
+    uint32_t bind_options;
+    tarvocon_command_item_td *list_start;
+    tarvocon_command_item_td *list_end;
+} tarvocon_state_td;
+
+typedef int (*tarvocon_handler_td)(char **tokens, uint32_t count);
+
+/* ---- Process-wide values (tarvocon_clone) ---- */
+extern uint32_t tarvocon_verbose;
+extern uint32_t tarvocon_from_file;
+extern FILE *tarvocon_command_file;
+extern uint32_t tarvocon_file_line_count;
+extern char tarvocon_bind_point[TARVOCON_PATH_SIZE];
+extern tarvo_bind_h_td tarvocon_bind_handle;
+extern uint64_t tarvocon_trans_timeout[2]; /* seconds, nanoseconds */
+extern const uint64_t tarvocon_default_trans_timeout[2];
+extern char **tarvocon_tokens;
+extern volatile sig_atomic_t tarvocon_pager_running;
+extern int tarvocon_pager_fd;
+extern sigjmp_buf tarvocon_resume_point;
+extern const char tarvocon_command_table[TARVOCON_COMMAND_COUNT]
+                                        [TARVOCON_COMMAND_WORD_SIZE];
+
+/* ---- Start-up and loop (tarvocon_clone/main.cpp) ---- */
+int tarvocon_main(int argc, char **argv);
+/* Next command line of the command file into buffer (1024 bytes); ends the
+ * process at the end of the file or on a read error. */
+int tarvocon_read_file(FILE *file, char *buffer);
+extern const char tarvocon_usage_text[];
+
+/* ---- Line input and tokenizer (tarvocon_clone/reader.cpp) ---- */
+/* Writes the prompt for the state into prompt (room for 1024 bytes). */
+void tarvocon_build_prompt(const tarvocon_state_td *state, char *prompt);
+int tarvocon_read_command_line(getline_data *data, char **command,
+                               tarvocon_state_td *state);
+int tarvocon_tokenize(const char *token_string, int mode, char **tokens,
+                      uint32_t *token_count);
+void tarvocon_remove_cr(char *source);
+
+/* ---- Transaction command log (tarvocon_clone/translog.cpp) ---- */
+void tarvocon_tran_add_command(const char *command_string,
+                               tarvocon_state_td *state);
+void tarvocon_tran_delete_command(tarvocon_state_td *state);
+void tarvocon_abort_transaction(tarvocon_state_td *state);
+
+/* ---- Dispatch (tarvocon_clone/dispatch.cpp) ---- */
+int tarvocon_process_command(char **tokens, uint32_t token_count,
+                             int *quit_flag, tarvocon_state_td *state);
+int tarvocon_find_command(const char *word);
+
+/* ---- Pager and child processes (tarvocon_clone/pager.cpp) ---- */
+FILE *tarvocon_pager_open(void);
+FILE *tarvocon_popen_w(char *const proc_argv[]);
+int tarvocon_pclose(FILE *stream);
+void tarvocon_sigchld_handler(int signal_number);
+/* Called by the loop after a jump to the resume point: releases what the
+ * abandoned child left behind. */
+void tarvocon_pager_abandoned(void);
+
+/* ---- Values (tarvocon_clone/values.cpp) ---- */
+int tarvocon_get_datatype(char *description, tarvo_item_datatype_td *datatype);
+int tarvocon_parse_uint64(const char *text, uint64_t *result);
+int tarvocon_parse_uint32(const char *text, uint32_t *result);
+int tarvocon_parse_uint16(const char *text, uint16_t *result);
+int tarvocon_parse_uint8(const char *text, uint8_t *result);
+int tarvocon_parse_int64(const char *text, int64_t *result);
+int tarvocon_parse_int32(const char *text, int32_t *result);
+int tarvocon_parse_int16(const char *text, int16_t *result);
+int tarvocon_parse_int8(const char *text, int8_t *result);
+/* Builds the value of `token` for `datatype`; integers go into scratch.
+ * A packed value is released with tuple_free, a bag with free. */
+int tarvocon_make_value(tarvo_item_datatype_td datatype, char *token,
+                        uint64_t *scratch, void **value, uint32_t *length);
+void tarvocon_terminate_string(const char *source, char **new_string,
+                               uint32_t length);
+void tarvocon_make_uppercase(char *format);
+
+/* ---- Packed tuples (tarvocon_clone/packed.cpp) ---- */
+int tarvocon_create_packed(char *format, tuple_buf **packed_tuple,
+                           uint32_t *packed_tuple_size);
+int tarvocon_prepare_format(char *format, char *new_format);
+int tarvocon_read_packed_value(int kind, tuple_arg *data,
+                               getline_data *gl_data);
+void tarvocon_page_print_packed(tuple_buf *packed_tuple, FILE *stream);
+void tarvocon_page_print_packed_value(int kind, tuple_arg *tuple_data,
+                                      uint32_t length, int present,
+                                      FILE *stream);
+
+/* ---- Item display (tarvocon_clone/display.cpp) ---- */
+void tarvocon_page_print_item(tarvo_item_datatype_td datatype,
+                              tarvo_event_td event, char *name,
+                              uint32_t length, void *value, FILE *stream);
+void tarvocon_dump_item(tarvo_item_datatype_td datatype, char *name,
+                        const char *prefix, uint32_t length, void *value,
+                        FILE *stream);
+
+/* ---- Binding and paths (tarvocon_commands_clone/bind_cd.cpp) ---- */
+int tarvocon_cd(char **tokens, uint32_t count, tarvocon_state_td *state);
+int tarvocon_create_path(const char *local_path, char *fqpath);
+void tarvocon_unbind(tarvo_bind_h_td handle);
+int tarvocon_library_present(void);
+
+/* ---- Help, do, config (tarvocon_commands_clone/help.cpp, do_config.cpp) */
+int tarvocon_help(void);
+int tarvocon_do(char **tokens, uint32_t count);
+int tarvocon_config(char **tokens, uint32_t count);
+
+/* ---- Item commands (tarvocon_commands_clone/) ---- */
+int tarvocon_get(char **tokens, uint32_t count);
+int tarvocon_get_inh(char **tokens, uint32_t count);
+int tarvocon_hexdump(char **tokens, uint32_t count);
+int tarvocon_get_items(char **tokens, uint32_t count);
+int tarvocon_create(char **tokens, uint32_t count);
+int tarvocon_set(char **tokens, uint32_t count);
+int tarvocon_delete(char **tokens, uint32_t count);
+int tarvocon_conditional_delete(char **tokens, uint32_t count);
+int tarvocon_verify(char **tokens, uint32_t count);
+int tarvocon_match(char **tokens, uint32_t count);
+int tarvocon_copy(char **tokens, uint32_t count);
+int tarvocon_check_match(char *name, tarvo_item_datatype_td datatype,
+                         char *match_data, void *real_data, FILE *stream);
+
+/* ---- Listing (tarvocon_commands_clone/list.cpp) ---- */
+int tarvocon_list_datalist(char **tokens, uint32_t count, int datalist);
+int tarvocon_list_display(tarvo_list_h_td list, uint32_t count);
+int tarvocon_datalist_display(tarvo_datalist_h_td list, uint32_t count);
+void tarvocon_list_display_more(int *more);
+
+/* ---- Bags (tarvocon_bag/) ---- */
+int tarvocon_create_bag(char *bag_name, bag_td **bag, uint32_t *bag_size);
+int tarvocon_read_bag_line(const char *prompt, char *line,
+                           getline_data *gl_data);
+void tarvocon_print_bag_choice(const bag_token_td *choice, const char *word);
+void tarvocon_print_bag(bag_td *bag, uint32_t length, char *name,
+                        const char *prefix, FILE *stream);
+
+/* ---- Completion (tarvocon_completion_clone/) ---- */
+int completion_complete_line(char *line, char **completed);
+int completion_print_help(char *line);
+int completion_expand_line(char *line, char **command);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
