@@ -1,0 +1,267 @@
+#include <platform/bag.h>
+#include <platform/msg.h>
+#include <platform/tarvo.h>
+#include <platform/tuple.h>
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <regex>
+#include <set>
+#include <string>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "error_texts.h"
+#include "syslog_sink.h"
+
+namespace {
+
+vel_msg_state_td g_state = {1, 0};
+
+vel_msgdef_td make_def(const char *format, const char *mnemonic = "SC_TEST",
+                       vel_msg_state_td *state = nullptr) {
+    return vel_msgdef_td{0, format, state, "TARVO", "TARVO", mnemonic,
+                         4u << 16, 0, 0x23200c2};
+}
+
+// Sends standard error (and, when asked, standard output) into a temporary
+// file for the life of the object.
+class StderrCapture {
+public:
+    explicit StderrCapture(bool with_stdout = false) : with_stdout_(with_stdout) {
+        std::fflush(stdout);
+        file_ = std::tmpfile();
+        saved_err_ = dup(2);
+        dup2(fileno(file_), 2);
+        if (with_stdout_) {
+            saved_out_ = dup(1);
+            dup2(fileno(file_), 1);
+        }
+    }
+    ~StderrCapture() { restore(); if (file_) std::fclose(file_); }
+
+    std::string text() {
+        restore();
+        std::string out;
+        std::rewind(file_);
+        char buf[4096];
+        size_t n;
+        while ((n = std::fread(buf, 1, sizeof(buf), file_)) > 0)
+            out.append(buf, n);
+        return out;
+    }
+
+private:
+    void restore() {
+        std::fflush(stdout);
+        if (saved_err_ >= 0) { dup2(saved_err_, 2); close(saved_err_); saved_err_ = -1; }
+        if (saved_out_ >= 0) { dup2(saved_out_, 1); close(saved_out_); saved_out_ = -1; }
+    }
+    bool with_stdout_;
+    FILE *file_ = nullptr;
+    int saved_err_ = -1;
+    int saved_out_ = -1;
+};
+
+// A datagram socket standing in for the log daemon.
+class FakeLogDaemon {
+public:
+    FakeLogDaemon() {
+        path_ = std::filesystem::temp_directory_path() /
+                ("tarvo-log-" + std::to_string(getpid()));
+        std::filesystem::remove(path_);
+        fd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        sockaddr_un addr{};
+        addr.sun_family = AF_UNIX;
+        std::strncpy(addr.sun_path, path_.c_str(), sizeof(addr.sun_path) - 1);
+        if (bind(fd_, reinterpret_cast<sockaddr *>(&addr), sizeof(addr)) != 0)
+            ADD_FAILURE() << "bind " << path_ << ": " << std::strerror(errno);
+        tarvo::msg::set_printer_sink_path(path_);
+    }
+    ~FakeLogDaemon() {
+        close(fd_);
+        std::filesystem::remove(path_);
+        tarvo::msg::set_printer_sink_path("/dev/log");
+    }
+    // The next datagram, or "" when none arrives.
+    std::string receive() {
+        char buf[8192];
+        ssize_t n = recv(fd_, buf, sizeof(buf), MSG_DONTWAIT);
+        return n < 0 ? std::string() : std::string(buf, static_cast<size_t>(n));
+    }
+    const std::string &path() const { return path_; }
+
+private:
+    std::string path_;
+    int fd_ = -1;
+};
+
+TEST(Printer, AddsNewlineOnlyWhenMissing) {
+    struct Case { const char *format; const char *arg; const char *expected; };
+    const Case cases[] = {
+        {"plain", nullptr, "plain\n"},
+        {"ends in newline\n", nullptr, "ends in newline\n"},
+        {"", nullptr, "\n"},
+        {"\nBag decoding error: %s\n", "truncated", "\nBag decoding error: truncated\n"},
+        {"While x:\n%s", "detail text", "While x:\ndetail text\n"},
+        {"%s", "arg ends in newline\n", "arg ends in newline\n"},
+        {"two\n\n", nullptr, "two\n\n"},
+    };
+    for (const Case &c : cases) {
+        vel_msgdef_td def = make_def(c.format);
+        StderrCapture capture;
+        if (c.arg)
+            vel_printmsg(&def, 4, c.arg);
+        else
+            vel_printmsg(&def, 4);
+        EXPECT_EQ(capture.text(), c.expected) << "format: " << c.format;
+    }
+}
+
+TEST(Printer, FormatsSeveralArgumentsAndLongTexts) {
+    vel_msgdef_td def = make_def("copy %s to %s: %u (%c)");
+    {
+        StderrCapture capture;
+        vel_printmsg(&def, 4, "/a", "/b", 42u, 'x');
+        EXPECT_EQ(capture.text(), "copy /a to /b: 42 (x)\n");
+    }
+    std::string long_text(20000, 'q');
+    vel_msgdef_td long_def = make_def("[%s]");
+    StderrCapture capture;
+    vel_printmsg(&long_def, 5, long_text.c_str());
+    EXPECT_EQ(capture.text(), "[" + long_text + "]\n");
+}
+
+TEST(Printer, StandardOutputWrittenBeforeComesFirst) {
+    vel_msgdef_td def = make_def("the error");
+    StderrCapture capture(/*with_stdout=*/true);
+    std::printf("listing line without newline ");
+    std::fputs("partial", stdout);
+    vel_printmsg(&def, 4);
+    std::printf("after\n");
+    EXPECT_EQ(capture.text(), "listing line without newline partialthe error\nafter\n");
+}
+
+TEST(Printer, CountsPrintsAndKeepsErrno) {
+    vel_msgdef_td def = make_def("counted", "SC_COUNTED", &g_state);
+    uint32_t before = g_state.print_count;
+    StderrCapture capture;
+    errno = ENOENT;
+    vel_printmsg(&def, 4);
+    EXPECT_EQ(errno, ENOENT);
+    vel_printmsg(&def, 4);
+    capture.text();
+    EXPECT_EQ(g_state.print_count, before + 2);
+    EXPECT_EQ(g_state.enabled, 1u);
+}
+
+TEST(Printer, SendsTheMessageToTheSystemLog) {
+    FakeLogDaemon daemon;
+    struct Case { int severity; const char *mnemonic; int priority; };
+    const Case cases[] = {
+        {3, "ATTR_INIT_FAIL", 8 + 3},
+        {4, "SC_MISSNAME", 8 + 4},
+        {5, "SC_BIND", 8 + 5},
+        {6, "MEM_LOW", 8 + 6},
+        {42, "ODD", 8 + 5},
+    };
+    for (const Case &c : cases) {
+        vel_msgdef_td def = make_def("Could not bind: %s\n", c.mnemonic);
+        StderrCapture capture;
+        vel_printmsg(&def, c.severity, "no library");
+        capture.text();
+        std::string line = daemon.receive();
+        std::regex shape("<" + std::to_string(c.priority) +
+                         R"(>[A-Z][a-z]{2} [ 0-9]\d \d\d:\d\d:\d\d tarvocon\[)" +
+                         std::to_string(getpid()) + R"(\]: TARVO-)" +
+                         std::to_string(c.severity) + "-" + c.mnemonic +
+                         R"(: Could not bind: no library)");
+        EXPECT_TRUE(std::regex_match(line, shape)) << line;
+    }
+    EXPECT_EQ(daemon.receive(), "");
+}
+
+TEST(Printer, NeverBlocksOrFailsWithoutADaemon) {
+    vel_msgdef_td def = make_def("message %d");
+    {
+        // Nobody listens at the socket path.
+        tarvo::msg::set_printer_sink_path("/nonexistent/tarvo/log");
+        StderrCapture capture;
+        vel_printmsg(&def, 4, 1);
+        EXPECT_EQ(capture.text(), "message 1\n");
+        tarvo::msg::set_printer_sink_path("/dev/log");
+    }
+    // A daemon that never reads: its queue fills, and printing goes on.
+    FakeLogDaemon daemon;
+    StderrCapture capture;
+    auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < 2000; ++i)
+        vel_printmsg(&def, 4, i);
+    auto spent = std::chrono::steady_clock::now() - start;
+    std::string text = capture.text();
+    EXPECT_LT(spent, std::chrono::seconds(5));
+    EXPECT_NE(text.find("message 1999\n"), std::string::npos);
+}
+
+TEST(ErrorTexts, EveryCodeIsListedOnceWithItsOwnText) {
+    std::set<int32_t> codes;
+    std::set<std::string> texts;
+    auto table = tarvo::msg::error_table();
+    size_t expected = 0;
+#define COUNT(name, code, text) ++expected;
+    TARVO_ERROR_LIST(COUNT)
+    BAG_ERROR_LIST(COUNT)
+    TUPLE_ERROR_LIST(COUNT)
+#undef COUNT
+    EXPECT_EQ(table.size(), expected);
+    for (const auto &entry : table) {
+        EXPECT_TRUE(codes.insert(entry.code).second) << "duplicate code " << entry.name;
+        EXPECT_TRUE(texts.insert(entry.text).second) << "duplicate text " << entry.text;
+        EXPECT_STRNE(entry.text, "");
+        EXPECT_EQ(std::string(entry.text).find("0x"), std::string::npos) << entry.name;
+        EXPECT_STREQ(errcode_strerror(entry.code), entry.text);
+    }
+}
+
+TEST(ErrorTexts, DefinedConstantsMatchTheirListEntries) {
+    // The lists and the #defines are written separately in the headers.
+    struct Case { int32_t constant; uint32_t listed; };
+    const Case cases[] = {
+        {TARVO_ERR_NOT_FOUND, 0x40818600u},   {TARVO_ERR_BAD_VALUE, 0x40818800u},
+        {TARVO_ERR_AMBIGUOUS, 0x40818a00u},   {TARVO_ERR_NO_MEMORY, 0xc0818200u},
+        {TARVO_ERR_NO_LIBRARY, 0x8081c200u},  {TARVO_ERR_TRANSACTION_TIMED_OUT, 0x40826000u},
+        {TARVO_ERR_BULK_OPEN, 0x40819800u},   {BAG_ERR_TYPE_NOT_REGISTERED, 0xA0859000u},
+        {TUPLE_ERR_CORRUPT, 0x40868200u},     {TUPLE_ERR_FORMAT, 0x40868000u},
+    };
+    for (const Case &c : cases) {
+        EXPECT_EQ(static_cast<uint32_t>(c.constant), c.listed);
+        EXPECT_NE(tarvo::msg::find_error_text(c.constant), nullptr) << std::hex << c.listed;
+    }
+    EXPECT_STREQ(errcode_strerror(TARVO_ERR_NOT_FOUND), "no such item or directory");
+    EXPECT_STREQ(errcode_strerror(TARVO_ERR_NO_LIBRARY), "client library not installed");
+}
+
+TEST(ErrorTexts, UnknownCodesAndDetailWords) {
+    struct Case { uint32_t code; const char *expected; };
+    const Case cases[] = {
+        {0x12345678u, "unknown error 0x12345678"},
+        {0xffffffffu, "unknown error 0xffffffff"},
+        {0x0u, "unknown error 0x00000000"},
+        {0x5eu, "unknown error 0x0000005e"},
+        // A detail word in the low byte of a known code names both.
+        {0x8081c603u, "store is damaged (detail 3)"},
+        {0x408186ffu, "no such item or directory (detail 255)"},
+    };
+    for (const Case &c : cases)
+        EXPECT_STREQ(errcode_strerror(static_cast<int32_t>(c.code)), c.expected);
+    // The listed 0x5f is not taken as detail 0x5f of code 0.
+    EXPECT_STREQ(errcode_strerror(0x5f), "operation not supported");
+}
+
+} // namespace
