@@ -1,0 +1,185 @@
+/*
+ * The command table and the dispatcher.
+ *
+ * One list below holds every command: its word, how its handler is called
+ * and the handler. The public table of words (tarvocon_command_table) and the
+ * dispatcher's rows are both generated from it, so they cannot drift apart.
+ * A command whose handler is not in this build yet points at
+ * tarvocon_not_available; switching it on is a change of one row.
+ */
+#include <assert.h>
+#include <strings.h>
+
+#include "tarvocon.h"
+#include "tarvocon_clone/dispatch.h"
+
+/*
+ * X(word, call kind, handler, variant flag)
+ *   PLAIN    handler(tokens, count)
+ *   STATE    handler(tokens, count, state)
+ *   VARIANT  handler(tokens, count, variant flag)
+ *   QUIT, HELP             the dispatcher's own; handler unused
+ *   SUSPEND, RESUME        plain handler; success changes
+ *                          verification_suspended
+ */
+#define TARVOCON_COMMAND_LIST(X)                                              \
+    X("get", PLAIN, tarvocon_not_available, 0)                                \
+    X("get_inh", PLAIN, tarvocon_not_available, 0)                            \
+    X("verify", PLAIN, tarvocon_not_available, 0)                             \
+    X("match", PLAIN, tarvocon_not_available, 0)                              \
+    X("list", PLAIN, tarvocon_not_available, 0)                               \
+    X("ls", PLAIN, tarvocon_not_available, 0)                                 \
+    X("datalist", PLAIN, tarvocon_not_available, 1)                           \
+    X("iterate", PLAIN, tarvocon_not_available, 0)                            \
+    X("errorslist", PLAIN, tarvocon_not_available, 0)                         \
+    X("bind", STATE, tarvocon_cd, 0)                                          \
+    X("cd", STATE, tarvocon_cd, 0)                                            \
+    X("quit", QUIT, nullptr, 0)                                               \
+    X("exit", QUIT, nullptr, 0)                                               \
+    X("q", QUIT, nullptr, 0)                                                  \
+    X("help", HELP, nullptr, 0)                                               \
+    X("dump", PLAIN, tarvocon_not_available, 0)                               \
+    X("find", PLAIN, tarvocon_not_available, 0)                               \
+    X("finddata", PLAIN, tarvocon_not_available, 1)                           \
+    X("eventfind", PLAIN, tarvocon_not_available, 0)                          \
+    X("filesave", PLAIN, tarvocon_not_available, 0)                           \
+    X("do", PLAIN, tarvocon_do, 0)                                            \
+    X("config", PLAIN, tarvocon_config, 0)                                    \
+    X("settimeout", PLAIN, tarvocon_not_available, 0)                         \
+    X("getitems", PLAIN, tarvocon_not_available, 0)                           \
+    X("cfgmgr_issu_end", PLAIN, tarvocon_not_available, 0)                    \
+    X("ping", PLAIN, tarvocon_not_available, 0)                               \
+    X("set", PLAIN, tarvocon_not_available, 0)                                \
+    X("create", PLAIN, tarvocon_not_available, 0)                             \
+    X("delete", PLAIN, tarvocon_not_available, 0)                             \
+    X("delete_cond", PLAIN, tarvocon_not_available, 0)                        \
+    X("rdlock", PLAIN, tarvocon_not_available, 0)                             \
+    X("wrlock", PLAIN, tarvocon_not_available, 0)                             \
+    X("unlock", PLAIN, tarvocon_not_available, 0)                             \
+    X("starttrans", PLAIN, tarvocon_not_available, 0)                         \
+    X("committrans", PLAIN, tarvocon_not_available, 0)                        \
+    X("aborttrans", PLAIN, tarvocon_not_available, 0)                         \
+    X("suspendvrfn", SUSPEND, tarvocon_not_available, 0)                      \
+    X("resumevrfn", RESUME, tarvocon_not_available, 0)                        \
+    X("edmnotify", PLAIN, tarvocon_not_available, 0)                          \
+    X("startbulk", PLAIN, tarvocon_not_available, 0)                          \
+    X("endbulk", PLAIN, tarvocon_not_available, 0)                            \
+    X("abortbulk", PLAIN, tarvocon_not_available, 0)                          \
+    X("remove_bulk_op", PLAIN, tarvocon_not_available, 0)                     \
+    X("bulk_num_ops", PLAIN, tarvocon_not_available, 0)                       \
+    X("copy", PLAIN, tarvocon_not_available, 0)                               \
+    X("filerestore", PLAIN, tarvocon_not_available, 0)                        \
+    X("cfgmgr_delete", PLAIN, tarvocon_not_available, 0)                      \
+    X("cfgmgr_add_deletes", PLAIN, tarvocon_not_available, 0)                 \
+    X("cfgmgr_remove_deletes", PLAIN, tarvocon_not_available, 0)              \
+    X("cfgmgr_adddiffs", PLAIN, tarvocon_not_available, 0)                    \
+    X("cfgmgr_endbulk", PLAIN, tarvocon_not_available, 0)                     \
+    X("cfgmgr_merge_diffs", PLAIN, tarvocon_not_available, 0)                 \
+    X("cfgmgr_merge_diffs_list", PLAIN, tarvocon_not_available, 0)            \
+    X("cfgmgr_merge_delta", PLAIN, tarvocon_not_available, 0)                 \
+    X("cfgmgr_restore_delta", PLAIN, tarvocon_not_available, 0)               \
+    X("cfgmgr_get_applyerror", PLAIN, tarvocon_not_available, 0)              \
+    X("cfgmgr_get_unscanned", PLAIN, tarvocon_not_available, 0)               \
+    X("cfgmgr_clear_applyerror", PLAIN, tarvocon_not_available, 0)            \
+    X("cfgmgr_clear_unscanned", PLAIN, tarvocon_not_available, 0)
+
+#define TARVOCON_ROW_PLAIN(w, fn, v) {w, TARVOCON_CALL_PLAIN, fn, nullptr, nullptr, v}
+#define TARVOCON_ROW_STATE(w, fn, v) {w, TARVOCON_CALL_STATE, nullptr, fn, nullptr, v}
+#define TARVOCON_ROW_VARIANT(w, fn, v) {w, TARVOCON_CALL_VARIANT, nullptr, nullptr, fn, v}
+#define TARVOCON_ROW_QUIT(w, fn, v) {w, TARVOCON_CALL_QUIT, fn, nullptr, nullptr, v}
+#define TARVOCON_ROW_HELP(w, fn, v) {w, TARVOCON_CALL_HELP, fn, nullptr, nullptr, v}
+#define TARVOCON_ROW_SUSPEND(w, fn, v) {w, TARVOCON_CALL_SUSPEND, fn, nullptr, nullptr, v}
+#define TARVOCON_ROW_RESUME(w, fn, v) {w, TARVOCON_CALL_RESUME, fn, nullptr, nullptr, v}
+
+#define TARVOCON_WORD_OF(w, kind, fn, v) w,
+#define TARVOCON_ROW_OF(w, kind, fn, v) TARVOCON_ROW_##kind(w, fn, v),
+
+extern "C" const char tarvocon_command_table[TARVOCON_COMMAND_COUNT]
+                                           [TARVOCON_COMMAND_WORD_SIZE] = {
+    TARVOCON_COMMAND_LIST(TARVOCON_WORD_OF)};
+
+static const tarvocon_command_row_td TARVOCON_ROWS[] = {
+    TARVOCON_COMMAND_LIST(TARVOCON_ROW_OF)};
+
+static_assert(sizeof(TARVOCON_ROWS) / sizeof(TARVOCON_ROWS[0]) ==
+                  TARVOCON_COMMAND_COUNT,
+              "one row per command word");
+
+const tarvocon_command_row_td *tarvocon_command_rows(void)
+{
+    return TARVOCON_ROWS;
+}
+
+int tarvocon_find_command(const char *word)
+{
+    assert(word != nullptr);
+    for (int i = 0; i < TARVOCON_COMMAND_COUNT; i++) {
+        if (strcasecmp(word, tarvocon_command_table[i]) == 0)
+            return i;
+    }
+    return -1;
+}
+
+int tarvocon_not_available(char **tokens, uint32_t count)
+{
+    assert(tokens != nullptr && count > 0);
+    /* Name the command by its table word, however it was typed. */
+    int index = tarvocon_find_command(tokens[0]);
+    const char *word = index >= 0 ? tarvocon_command_table[index] : tokens[0];
+    vel_printmsg(tarvocon_msg_sc_generic(), VEL_SEVERITY_WARNING, word,
+                 errcode_strerror(TARVO_ERR_NOT_SUPPORTED));
+    return 1;
+}
+
+/* suspendvrfn and resumevrfn: only a successful request changes the state. */
+static int tarvocon_run_verification(const tarvocon_command_row_td *row,
+                                     char **tokens, uint32_t token_count,
+                                     tarvocon_state_td *state)
+{
+    int result = row->plain(tokens, token_count);
+    if (result == 0)
+        state->verification_suspended =
+            row->kind == TARVOCON_CALL_SUSPEND ? 1 : 0;
+    return result;
+}
+
+int tarvocon_run_row(const tarvocon_command_row_td *row, char **tokens,
+                     uint32_t token_count, int *quit_flag,
+                     tarvocon_state_td *state)
+{
+    assert(row != nullptr && tokens != nullptr && quit_flag != nullptr);
+    switch (row->kind) {
+    case TARVOCON_CALL_PLAIN:
+        return row->plain(tokens, token_count);
+    case TARVOCON_CALL_STATE:
+        return row->with_state(tokens, token_count, state);
+    case TARVOCON_CALL_VARIANT:
+        return row->with_variant(tokens, token_count, row->variant);
+    case TARVOCON_CALL_QUIT:
+        *quit_flag = 1;
+        return 0;
+    case TARVOCON_CALL_HELP:
+        (void)tarvocon_help();
+        return 0;
+    case TARVOCON_CALL_SUSPEND:
+    case TARVOCON_CALL_RESUME:
+        return tarvocon_run_verification(row, tokens, token_count, state);
+    }
+    assert(!"unknown call kind");
+    return 1;
+}
+
+int tarvocon_process_command(char **tokens, uint32_t token_count,
+                             int *quit_flag, tarvocon_state_td *state)
+{
+    assert(tokens != nullptr && quit_flag != nullptr);
+    if (token_count == 0)
+        return 0;
+    int index = tarvocon_find_command(tokens[0]);
+    if (index < 0) {
+        vel_printmsg(tarvocon_msg_sc_unkcmd(), VEL_SEVERITY_WARNING);
+        return 1;
+    }
+    return tarvocon_run_row(&TARVOCON_ROWS[index], tokens, token_count,
+                            quit_flag, state);
+}
