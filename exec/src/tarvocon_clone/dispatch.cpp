@@ -23,13 +23,13 @@
  *                          verification_suspended
  */
 #define TARVOCON_COMMAND_LIST(X)                                              \
-    X("get", PLAIN, tarvocon_not_available, 0)                                \
-    X("get_inh", PLAIN, tarvocon_not_available, 0)                            \
-    X("verify", PLAIN, tarvocon_not_available, 0)                             \
-    X("match", PLAIN, tarvocon_not_available, 0)                              \
-    X("list", PLAIN, tarvocon_not_available, 0)                               \
-    X("ls", PLAIN, tarvocon_not_available, 0)                                 \
-    X("datalist", PLAIN, tarvocon_not_available, 1)                           \
+    X("get", PLAIN, tarvocon_get, 0)                                          \
+    X("get_inh", PLAIN, tarvocon_get_inh, 0)                                  \
+    X("verify", PLAIN, tarvocon_verify, 0)                                    \
+    X("match", PLAIN, tarvocon_match, 0)                                      \
+    X("list", VARIANT, tarvocon_list_datalist, 0)                             \
+    X("ls", VARIANT, tarvocon_list_datalist, 0)                               \
+    X("datalist", VARIANT, tarvocon_list_datalist, 1)                         \
     X("iterate", PLAIN, tarvocon_not_available, 0)                            \
     X("errorslist", PLAIN, tarvocon_not_available, 0)                         \
     X("bind", STATE, tarvocon_cd, 0)                                          \
@@ -38,7 +38,7 @@
     X("exit", QUIT, nullptr, 0)                                               \
     X("q", QUIT, nullptr, 0)                                                  \
     X("help", HELP, nullptr, 0)                                               \
-    X("dump", PLAIN, tarvocon_not_available, 0)                               \
+    X("dump", PLAIN, tarvocon_hexdump, 0)                                     \
     X("find", PLAIN, tarvocon_not_available, 0)                               \
     X("finddata", PLAIN, tarvocon_not_available, 1)                           \
     X("eventfind", PLAIN, tarvocon_not_available, 0)                          \
@@ -46,13 +46,13 @@
     X("do", PLAIN, tarvocon_do, 0)                                            \
     X("config", PLAIN, tarvocon_config, 0)                                    \
     X("settimeout", PLAIN, tarvocon_not_available, 0)                         \
-    X("getitems", PLAIN, tarvocon_not_available, 0)                           \
+    X("getitems", PLAIN, tarvocon_get_items, 0)                               \
     X("cfgmgr_issu_end", PLAIN, tarvocon_not_available, 0)                    \
     X("ping", PLAIN, tarvocon_not_available, 0)                               \
-    X("set", PLAIN, tarvocon_not_available, 0)                                \
-    X("create", PLAIN, tarvocon_not_available, 0)                             \
-    X("delete", PLAIN, tarvocon_not_available, 0)                             \
-    X("delete_cond", PLAIN, tarvocon_not_available, 0)                        \
+    X("set", PLAIN, tarvocon_set, 0)                                          \
+    X("create", PLAIN, tarvocon_create, 0)                                    \
+    X("delete", PLAIN, tarvocon_delete, 0)                                    \
+    X("delete_cond", PLAIN, tarvocon_conditional_delete, 0)                   \
     X("rdlock", PLAIN, tarvocon_not_available, 0)                             \
     X("wrlock", PLAIN, tarvocon_not_available, 0)                             \
     X("unlock", PLAIN, tarvocon_not_available, 0)                             \
@@ -67,7 +67,7 @@
     X("abortbulk", PLAIN, tarvocon_not_available, 0)                          \
     X("remove_bulk_op", PLAIN, tarvocon_not_available, 0)                     \
     X("bulk_num_ops", PLAIN, tarvocon_not_available, 0)                       \
-    X("copy", PLAIN, tarvocon_not_available, 0)                               \
+    X("copy", PLAIN, tarvocon_copy, 0)                                        \
     X("filerestore", PLAIN, tarvocon_not_available, 0)                        \
     X("cfgmgr_delete", PLAIN, tarvocon_not_available, 0)                      \
     X("cfgmgr_add_deletes", PLAIN, tarvocon_not_available, 0)                 \
