@@ -194,7 +194,7 @@ TEST(DumpItem, HeadersByDatatype)
         SCOPED_TRACE(c.datatype);
         std::vector<unsigned char> bytes = {0x00, 0xFF, 0x7F, 0x20};
         std::string expected = c.header;
-        if (c.value && c.datatype > 0) {
+        if (c.value && c.datatype >= 0) { // the three valueless codes are negative
             expected += line;
         }
         EXPECT_EQ(dump(c.datatype, c.value ? bytes : std::vector<unsigned char>{},
