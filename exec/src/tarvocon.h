@@ -91,7 +91,7 @@ extern sigjmp_buf tarvocon_resume_point;
 extern const char tarvocon_command_table[TARVOCON_COMMAND_COUNT]
                                         [TARVOCON_COMMAND_WORD_SIZE];
 
-/* ---- Start-up and loop (tarvocon_clone/main.cpp) ---- */
+/* ---- Start-up and loop (tarvocon_clone/startup.cpp) ---- */
 int tarvocon_main(int argc, char **argv);
 /* Next command line of the command file into buffer (1024 bytes); ends the
  * process at the end of the file or on a read error. */
@@ -101,6 +101,10 @@ extern const char tarvocon_usage_text[];
 /* ---- Line input and tokenizer (tarvocon_clone/reader.cpp) ---- */
 /* Writes the prompt for the state into prompt (room for 1024 bytes). */
 void tarvocon_build_prompt(const tarvocon_state_td *state, char *prompt);
+/* 0 with *command a new string (the caller frees it); 1 when no command
+ * came of the line (empty line, failed completion or help step);
+ * TARVOCON_READ_END when the line editor gave no line (end of input). */
+#define TARVOCON_READ_END 2
 int tarvocon_read_command_line(getline_data *data, char **command,
                                tarvocon_state_td *state);
 int tarvocon_tokenize(const char *token_string, int mode, char **tokens,

@@ -1,0 +1,244 @@
+/*
+ * Output pager and child processes.
+ *
+ * A command's long output goes to the pager "more" when standard output is
+ * a terminal; do/config pipe a line to the configuration program the same
+ * way. One child at a time: tarvocon_popen_w starts it with a pipe as its
+ * standard input and hands back a write stream, tarvocon_pclose closes the
+ * stream and waits for that child's process id.
+ *
+ * Quitting the pager early must abandon the command that is still writing
+ * to it. The console learns of the child's end from SIGCHLD, and the
+ * handler jumps back to the command loop (tarvocon_resume_point). Jumping
+ * out of arbitrary code (the database client, malloc, stdio) would leave it
+ * in pieces, so SIGCHLD is blocked all the time except around the write(2)
+ * on the pipe, inside the stream's own write function (the stream is made
+ * with fopencookie). The jump therefore always leaves from that window:
+ *   - the child ended and tarvocon_pager_running is set (the command is
+ *     still producing output): jump to the loop's resume point, which the
+ *     loop saved with SIGCHLD blocked in its mask;
+ *   - the child ended while tarvocon_pclose flushes the rest: jump back into
+ *     the write function, which drops what nobody will read.
+ * The handler reaps only the current child (waitpid(pid, WNOHANG)), so a
+ * SIGCHLD left pending by an earlier child never abandons a new command.
+ *
+ * The console keeps the pipe's read end open while the child lives, so
+ * writing after the child ended neither fails nor raises SIGPIPE; the read
+ * end is released once the child has been reaped.
+ */
+#include <assert.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "platform/os.h"
+#include "tarvocon.h"
+
+volatile sig_atomic_t tarvocon_pager_running = 0;
+int tarvocon_pager_fd = -1;
+sigjmp_buf tarvocon_resume_point;
+
+namespace {
+
+/* The current child; shared with the SIGCHLD handler. */
+struct tarvocon_child_td {
+    volatile sig_atomic_t pid;     /* 0 when there is none */
+    volatile sig_atomic_t ended;   /* reaped */
+    volatile sig_atomic_t writing; /* inside the write window */
+    int read_fd;
+    int write_fd;
+    int abandoned; /* the loop gave the stream up after a jump */
+    FILE *stream;
+    sigjmp_buf write_point;
+};
+
+tarvocon_child_td tarvocon_child = {0, 0, 0, -1, -1, 0, nullptr, {}};
+
+void tarvocon_child_reset(void)
+{
+    tarvocon_child.pid = 0;
+    tarvocon_child.ended = 0;
+    tarvocon_child.writing = 0;
+    tarvocon_child.read_fd = -1;
+    tarvocon_child.write_fd = -1;
+    tarvocon_child.abandoned = 0;
+    tarvocon_child.stream = nullptr;
+}
+
+/* Waits for the current child unless the handler has reaped it already. */
+void tarvocon_child_wait(void)
+{
+    if (tarvocon_child.pid > 0 && !tarvocon_child.ended) {
+        int status;
+        while (waitpid(tarvocon_child.pid, &status, 0) < 0 && errno == EINTR) {
+        }
+        tarvocon_child.ended = 1;
+    }
+}
+
+void tarvocon_sigchld_mask(int how, sigset_t *old)
+{
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGCHLD);
+    sigprocmask(how, &set, old);
+}
+
+/* The stream's write function: the only place where SIGCHLD is let in. */
+ssize_t tarvocon_child_write(void *cookie, const char *buffer, size_t size)
+{
+    auto *child = static_cast<tarvocon_child_td *>(cookie);
+    if (child->abandoned || child->ended)
+        return (ssize_t)size; /* nobody reads any more */
+
+    sigset_t old;
+    tarvocon_sigchld_mask(SIG_BLOCK, &old);
+    if (sigsetjmp(child->write_point, 1) != 0) {
+        /* The child ended while we were writing: drop the rest. */
+        sigprocmask(SIG_SETMASK, &old, nullptr);
+        return (ssize_t)size;
+    }
+    child->writing = 1;
+    tarvocon_sigchld_mask(SIG_UNBLOCK, nullptr);
+    ssize_t written;
+    do {
+        written = write(child->write_fd, buffer, size);
+    } while (written < 0 && errno == EINTR && !child->ended);
+    tarvocon_sigchld_mask(SIG_BLOCK, nullptr);
+    child->writing = 0;
+    sigprocmask(SIG_SETMASK, &old, nullptr);
+    if (child->ended)
+        return (ssize_t)size;
+    return written;
+}
+
+int tarvocon_child_close(void *cookie)
+{
+    auto *child = static_cast<tarvocon_child_td *>(cookie);
+    if (child->abandoned || child->write_fd < 0)
+        return 0; /* the loop closed the descriptor already */
+    int fd = child->write_fd;
+    child->write_fd = -1;
+    return qn_close(fd);
+}
+
+const cookie_io_functions_t TARVOCON_CHILD_IO = {
+    nullptr, tarvocon_child_write, nullptr, tarvocon_child_close};
+
+} // namespace
+
+void tarvocon_sigchld_handler(int signal_number)
+{
+    if (signal_number != SIGCHLD)
+        return;
+    int saved_errno = errno;
+    pid_t pid = tarvocon_child.pid;
+    if (pid > 0 && !tarvocon_child.ended) {
+        int status;
+        if (waitpid(pid, &status, WNOHANG) == pid)
+            tarvocon_child.ended = 1;
+    }
+    if (tarvocon_child.ended && tarvocon_child.writing) {
+        tarvocon_child.writing = 0;
+        if (tarvocon_pager_running) {
+            tarvocon_pager_running = 0;
+            siglongjmp(tarvocon_resume_point, 1);
+        }
+        siglongjmp(tarvocon_child.write_point, 1);
+    }
+    errno = saved_errno;
+}
+
+FILE *tarvocon_popen_w(char *const proc_argv[])
+{
+    assert(proc_argv != nullptr && proc_argv[0] != nullptr);
+    assert(tarvocon_child.pid == 0); /* one child at a time */
+    tarvocon_pager_running = 0;
+
+    int fds[2];
+    if (pipe2(fds, O_CLOEXEC) != 0) {
+        printf("Unable to create piping subproc: %s\n", strerror(errno));
+        return nullptr;
+    }
+    /* The child writes to the same descriptors: what we printed comes first. */
+    fflush(stdout);
+    fflush(stderr);
+    const int fd_map[3] = {fds[0], fileno(stdout), fileno(stderr)};
+    pid_t pid = spawnp(proc_argv[0], 3, fd_map, nullptr, proc_argv, environ);
+    if (pid < 0) {
+        printf("Error spawning process '%s': %s\n", proc_argv[0],
+               strerror(errno));
+        qn_close(fds[0]);
+        qn_close(fds[1]);
+        return nullptr;
+    }
+
+    tarvocon_child_reset();
+    tarvocon_child.read_fd = fds[0];
+    tarvocon_child.write_fd = fds[1];
+    tarvocon_child.pid = pid;
+    tarvocon_pager_running = 1;
+    tarvocon_pager_fd = fds[1];
+    FILE *stream = fopencookie(&tarvocon_child, "w", TARVOCON_CHILD_IO);
+    if (stream == nullptr) {
+        printf("Error associating a stream with file descriptor : %s\n",
+               strerror(errno));
+        /* Let the child see the end of its input and leave no zombie. */
+        tarvocon_pager_running = 0;
+        qn_close(fds[1]);
+        tarvocon_child_wait();
+        qn_close(fds[0]);
+        tarvocon_child_reset();
+        return nullptr;
+    }
+    tarvocon_child.stream = stream;
+    return stream;
+}
+
+FILE *tarvocon_pager_open(void)
+{
+    int rows = 0;
+    if (tcgetsize(fileno(stdout), &rows, nullptr) == 0 && rows > 0) {
+        static char more[] = "more";
+        char *const argv[] = {more, nullptr};
+        return tarvocon_popen_w(argv);
+    }
+    return stdout;
+}
+
+int tarvocon_pclose(FILE *stream)
+{
+    assert(stream != nullptr);
+    if (stream == stdout)
+        return 0;
+    /* From here on the child's end no longer abandons the command. */
+    tarvocon_pager_running = 0;
+    int result = fclose(stream);
+    /* The write end is closed: the child sees the end of its input. Waiting
+     * for its process id does not depend on when SIGCHLD comes. */
+    tarvocon_child_wait();
+    if (tarvocon_child.read_fd >= 0)
+        qn_close(tarvocon_child.read_fd);
+    tarvocon_child_reset();
+    return result;
+}
+
+void tarvocon_pager_abandoned(void)
+{
+    if (tarvocon_child.stream == nullptr)
+        return;
+    /* tarvocon_pager_fd was closed by the loop; the stream must neither
+     * write to the pipe nor close that descriptor number again. */
+    tarvocon_child.abandoned = 1;
+    tarvocon_child.write_fd = -1;
+    fclose(tarvocon_child.stream);
+    tarvocon_child_wait();
+    if (tarvocon_child.read_fd >= 0)
+        qn_close(tarvocon_child.read_fd);
+    tarvocon_child_reset();
+    tarvocon_pager_fd = -1;
+}
