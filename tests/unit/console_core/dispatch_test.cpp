@@ -1,0 +1,236 @@
+// The command table and the dispatcher's rules: lookup without regard to
+// case, unknown words, quit, help, and the verification state rule.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "tarvocon.h"
+#include "tarvocon_clone/dispatch.h"
+
+namespace {
+
+// The 59 words in their numbered order, written out independently.
+const char *const kWords[] = {
+    "get", "get_inh", "verify", "match", "list", "ls", "datalist", "iterate",
+    "errorslist", "bind", "cd", "quit", "exit", "q", "help", "dump", "find",
+    "finddata", "eventfind", "filesave", "do", "config", "settimeout",
+    "getitems", "cfgmgr_issu_end", "ping", "set", "create", "delete",
+    "delete_cond", "rdlock", "wrlock", "unlock", "starttrans", "committrans",
+    "aborttrans", "suspendvrfn", "resumevrfn", "edmnotify", "startbulk",
+    "endbulk", "abortbulk", "remove_bulk_op", "bulk_num_ops", "copy",
+    "filerestore", "cfgmgr_delete", "cfgmgr_add_deletes",
+    "cfgmgr_remove_deletes", "cfgmgr_adddiffs", "cfgmgr_endbulk",
+    "cfgmgr_merge_diffs", "cfgmgr_merge_diffs_list", "cfgmgr_merge_delta",
+    "cfgmgr_restore_delta", "cfgmgr_get_applyerror", "cfgmgr_get_unscanned",
+    "cfgmgr_clear_applyerror", "cfgmgr_clear_unscanned"};
+static_assert(sizeof(kWords) / sizeof(kWords[0]) == TARVOCON_COMMAND_COUNT);
+
+TEST(CommandTable, WordsAndRowsInOrder) {
+    const tarvocon_command_row_td *rows = tarvocon_command_rows();
+    for (int i = 0; i < TARVOCON_COMMAND_COUNT; i++) {
+        EXPECT_STREQ(tarvocon_command_table[i], kWords[i]) << "entry " << i;
+        EXPECT_STREQ(rows[i].word, kWords[i]) << "row " << i;
+        EXPECT_LT(strlen(kWords[i]), size_t{TARVOCON_COMMAND_WORD_SIZE});
+    }
+}
+
+TEST(CommandTable, HandlerShapes) {
+    const tarvocon_command_row_td *rows = tarvocon_command_rows();
+    auto row = [&](const char *word) { return rows[tarvocon_find_command(word)]; };
+    for (const char *word : {"quit", "exit", "q"})
+        EXPECT_EQ(row(word).kind, TARVOCON_CALL_QUIT) << word;
+    EXPECT_EQ(row("help").kind, TARVOCON_CALL_HELP);
+    EXPECT_EQ(row("suspendvrfn").kind, TARVOCON_CALL_SUSPEND);
+    EXPECT_EQ(row("resumevrfn").kind, TARVOCON_CALL_RESUME);
+    for (const char *word : {"bind", "cd"}) {
+        EXPECT_EQ(row(word).kind, TARVOCON_CALL_STATE) << word;
+        EXPECT_EQ(row(word).with_state, &tarvocon_cd) << word;
+    }
+    EXPECT_EQ(row("do").plain, &tarvocon_do);
+    EXPECT_EQ(row("config").plain, &tarvocon_config);
+    // The handler each row calls must exist for its kind.
+    for (int i = 0; i < TARVOCON_COMMAND_COUNT; i++) {
+        const auto &r = rows[i];
+        switch (r.kind) {
+        case TARVOCON_CALL_PLAIN:
+        case TARVOCON_CALL_SUSPEND:
+        case TARVOCON_CALL_RESUME:
+            EXPECT_NE(r.plain, nullptr) << r.word;
+            break;
+        case TARVOCON_CALL_STATE:
+            EXPECT_NE(r.with_state, nullptr) << r.word;
+            break;
+        case TARVOCON_CALL_VARIANT:
+            EXPECT_NE(r.with_variant, nullptr) << r.word;
+            break;
+        default:
+            break;
+        }
+    }
+    // Shared handlers take their variant flag from the row.
+    auto variant_of = [&](const char *word) {
+        const auto &r = row(word);
+        return r.kind == TARVOCON_CALL_VARIANT ? r.variant : -1;
+    };
+    if (row("list").kind == TARVOCON_CALL_VARIANT) {
+        EXPECT_EQ(variant_of("list"), 0);
+        EXPECT_EQ(variant_of("ls"), 0);
+        EXPECT_EQ(variant_of("datalist"), 1);
+    }
+    if (row("find").kind == TARVOCON_CALL_VARIANT) {
+        EXPECT_EQ(variant_of("find"), 0);
+        EXPECT_EQ(variant_of("finddata"), 1);
+    }
+}
+
+TEST(FindCommand, IgnoresCase) {
+    struct {
+        const char *word;
+        int index;
+    } cases[] = {
+        {"get", 0},          {"GET", 0},        {"Get", 0},
+        {"get_inh", 1},      {"GET_INH", 1},    {"q", 13},
+        {"Q", 13},           {"cfgmgr_clear_unscanned", 58},
+        {"CfgMgr_Clear_Unscanned", 58},
+        {"", -1},            {"?", -1},         {"ge", -1},
+        {"gett", -1},        {"get ", -1},      {"cfgmgr_clear_unscanned_", -1},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(tarvocon_find_command(c.word), c.index) << c.word;
+    for (int i = 0; i < TARVOCON_COMMAND_COUNT; i++)
+        EXPECT_EQ(tarvocon_find_command(kWords[i]), i) << kWords[i];
+}
+
+// Runs the dispatcher and captures what it reported.
+int Dispatch(std::vector<std::string> words, int *quit,
+             tarvocon_state_td *state, std::string *messages) {
+    std::vector<char *> tokens;
+    for (auto &word : words) tokens.push_back(word.data());
+    tokens.push_back(nullptr);
+    testing::internal::CaptureStderr();
+    int result = tarvocon_process_command(
+        tokens.data(), static_cast<uint32_t>(words.size()), quit, state);
+    *messages = testing::internal::GetCapturedStderr();
+    return result;
+}
+
+TEST(ProcessCommand, UnknownWordsAndQuit) {
+    tarvocon_state_td state = {};
+    std::string messages;
+    const std::string kUnknown =
+        "[Tarvocon] Unrecognised command.  Type help or ? for a list of "
+        "available commands\n";
+    struct {
+        std::vector<std::string> words;
+        int result;
+        int quit;
+        std::string messages;
+    } cases[] = {
+        {{}, 0, 0, ""},
+        {{"bogus"}, 1, 0, kUnknown},
+        {{"?"}, 1, 0, kUnknown},
+        {{"quit"}, 0, 1, ""},
+        {{"QUIT", "extra", "words"}, 0, 1, ""},
+        {{"exit"}, 0, 1, ""},
+        {{"q"}, 0, 1, ""},
+        // config alone does nothing.
+        {{"config"}, 0, 0, ""},
+    };
+    for (auto &c : cases) {
+        int quit = 0;
+        EXPECT_EQ(Dispatch(c.words, &quit, &state, &messages), c.result)
+            << (c.words.empty() ? "(none)" : c.words[0]);
+        EXPECT_EQ(quit, c.quit);
+        EXPECT_EQ(messages, c.messages);
+    }
+}
+
+TEST(ProcessCommand, NotAvailableNamesTheCommand) {
+    // A row that is not switched on yet reports SC_GENERIC with the table's
+    // word (as typed in any case) and fails.
+    const tarvocon_command_row_td row = {"iterate", TARVOCON_CALL_PLAIN,
+                                         tarvocon_not_available, nullptr,
+                                         nullptr, 0};
+    std::string typed = "ITERATE";
+    char *tokens[] = {typed.data(), nullptr};
+    int quit = 0;
+    tarvocon_state_td state = {};
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(tarvocon_run_row(&row, tokens, 1, &quit, &state), 1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              std::string("[Tarvocon] While performing operation 'iterate' the "
+                          "following error occurred:\n") +
+                  errcode_strerror(TARVO_ERR_NOT_SUPPORTED) + "\n");
+}
+
+int g_handler_result;
+uint32_t g_handler_count;
+int Handler(char **, uint32_t count) {
+    g_handler_count = count;
+    return g_handler_result;
+}
+
+TEST(RunRow, VerificationStateChangesOnlyOnSuccess) {
+    const tarvocon_command_row_td suspend = {"suspendvrfn", TARVOCON_CALL_SUSPEND,
+                                             Handler, nullptr, nullptr, 0};
+    const tarvocon_command_row_td resume = {"resumevrfn", TARVOCON_CALL_RESUME,
+                                            Handler, nullptr, nullptr, 0};
+    struct {
+        const tarvocon_command_row_td *row;
+        uint32_t before;
+        int handler_result;
+        uint32_t after;
+    } cases[] = {
+        {&suspend, 0, 0, 1}, {&suspend, 0, 1, 0}, {&suspend, 1, 0, 1},
+        {&suspend, 0, 22, 0}, {&resume, 1, 0, 0}, {&resume, 1, 1, 1},
+        {&resume, 0, 0, 0},  {&resume, 1, 13, 1},
+    };
+    std::string word = "x";
+    char *tokens[] = {word.data(), word.data(), nullptr};
+    for (const auto &c : cases) {
+        tarvocon_state_td state = {};
+        state.verification_suspended = c.before;
+        g_handler_result = c.handler_result;
+        g_handler_count = 0;
+        int quit = 0;
+        EXPECT_EQ(tarvocon_run_row(c.row, tokens, 2, &quit, &state),
+                  c.handler_result);
+        EXPECT_EQ(g_handler_count, 2u);
+        EXPECT_EQ(state.verification_suspended, c.after)
+            << c.row->word << " returning " << c.handler_result;
+        EXPECT_EQ(quit, 0);
+    }
+}
+
+int g_variant_seen;
+int VariantHandler(char **, uint32_t, int variant) {
+    g_variant_seen = variant;
+    return 7;
+}
+tarvocon_state_td *g_state_seen;
+int StateHandler(char **, uint32_t, tarvocon_state_td *state) {
+    g_state_seen = state;
+    return 3;
+}
+
+TEST(RunRow, PassesVariantAndStateAndResults) {
+    std::string word = "x";
+    char *tokens[] = {word.data(), nullptr};
+    tarvocon_state_td state = {};
+    int quit = 0;
+    for (int variant : {0, 1}) {
+        const tarvocon_command_row_td row = {"v", TARVOCON_CALL_VARIANT, nullptr,
+                                             nullptr, VariantHandler, variant};
+        g_variant_seen = -1;
+        EXPECT_EQ(tarvocon_run_row(&row, tokens, 1, &quit, &state), 7);
+        EXPECT_EQ(g_variant_seen, variant);
+    }
+    const tarvocon_command_row_td row = {"s", TARVOCON_CALL_STATE, nullptr,
+                                         StateHandler, nullptr, 0};
+    EXPECT_EQ(tarvocon_run_row(&row, tokens, 1, &quit, &state), 3);
+    EXPECT_EQ(g_state_seen, &state);
+    EXPECT_EQ(quit, 0);
+}
+
+} // namespace
