@@ -1,0 +1,74 @@
+// The bind record behind a tarvo_bind_h_td, the registry that validates
+// handles, and the helpers every API entry point uses.
+//
+// Handles are validated by looking them up in a registry of live handles, so
+// a freed or made-up handle gives TARVO_ERR_BAD_HANDLE without ever being
+// dereferenced. The registry is guarded by a mutex; a bind itself is used by
+// one thread at a time (the caller's promise in tarvo.h).
+#ifndef TARVO_BIND_H
+#define TARVO_BIND_H
+
+#include <functional>
+#include <memory>
+#include <new>
+#include <string>
+
+#include "settings.h"
+#include "store.h"
+
+struct tarvo_bind_td {
+    uint32_t options = 0;
+    std::string bind_point;  // directory form, "/" for the root
+    tarvo::Plane plane = tarvo::Plane::SHARED;
+    bool scratchpad = false;
+    tarvo::Settings settings;
+    std::unique_ptr<tarvo::Store> store;
+    bool verification_suspended = false;
+    int32_t last_code = 0;   // the last failure, for tarvo_prepare_error_string
+    std::string last_text;
+};
+
+namespace tarvo {
+
+// Kinds of handle the registry knows.
+enum class HandleKind { BIND, LIST, DATALIST };
+
+void register_handle(const void *handle, HandleKind kind);
+void unregister_handle(const void *handle);
+bool handle_is_live(const void *handle, HandleKind kind);
+
+inline bool bind_is_live(const tarvo_bind_td *bind)
+{
+    return bind && handle_is_live(bind, HandleKind::BIND);
+}
+
+// Opens the store of a new bind. Tests replace it to put a memory or
+// fault-injecting store behind the API; an empty function restores the
+// default (SQLite file of the plane, memory store for a scratchpad).
+using StoreFactory = std::function<Status(const tarvo_bind_td &bind,
+                                          const std::string &data_dir,
+                                          std::unique_ptr<Store> *store)>;
+void set_store_factory(StoreFactory factory);
+Status open_bind_store(const tarvo_bind_td &bind, const std::string &data_dir,
+                       std::unique_ptr<Store> *store);
+
+// Records a failure as the bind's last one and returns its code. The
+// prepared text is "<text of the code>: <detail>".
+int32_t fail(tarvo_bind_td *bind, const Status &status);
+
+// Runs an entry point's body; memory exhaustion inside becomes
+// TARVO_ERR_NO_MEMORY instead of an exception crossing the C interface.
+template <typename Body> int guarded(Body body)
+{
+    try {
+        return body();
+    } catch (const std::bad_alloc &) {
+        return TARVO_ERR_NO_MEMORY;
+    } catch (...) {
+        return TARVO_ERR_STORE;
+    }
+}
+
+}  // namespace tarvo
+
+#endif

@@ -1,0 +1,306 @@
+#include "lists.h"
+
+#include <algorithm>
+
+#include "paths.h"
+
+namespace tarvo {
+
+class ListState {
+public:
+    Status open(tarvo_bind_td *bind, const char *path, const char *start, uint32_t wanted,
+                bool chunked, uint32_t access, bool values);
+    Status next(const ListEntry **entry);
+    const ListEntry *last() const;
+    bool more() const { return more_; }
+    uint32_t size() const { return static_cast<uint32_t>(current_.size()); }
+    void assign(std::vector<ListEntry> entries) { current_ = std::move(entries); }
+
+private:
+    Status fetch();
+
+    tarvo_bind_td *bind_ = nullptr;  // checked before each chunk fetch
+    std::string dir_;
+    ListQuery query_;
+    bool chunked_ = false;
+    bool exhausted_ = true;
+    bool more_ = false;
+    std::vector<ListEntry> current_, previous_;
+    size_t pos_ = 0;
+};
+
+}  // namespace tarvo
+
+struct tarvo_list_td {
+    tarvo::ListState state;
+};
+struct tarvo_datalist_td {
+    tarvo::ListState state;
+};
+
+namespace tarvo {
+
+Status ListState::fetch()
+{
+    Page page;
+    Status s = bind_->store->list(dir_, query_, &page);
+    if (!s.ok())
+        return s;
+    // The chunk before stays alive, so an entry handed out remains valid at
+    // least until the following call of _next.
+    previous_.swap(current_);
+    current_.clear();
+    pos_ = 0;
+    for (Node &node : page.entries)
+        current_.push_back(ListEntry{std::string(leaf_name(node.path)), node.datatype,
+                                     std::move(node.value)});
+    exhausted_ = !page.remain;
+    if (!current_.empty()) {
+        query_.start = current_.back().name;
+        query_.exclusive = true;
+    }
+    return ok_status();
+}
+
+Status ListState::open(tarvo_bind_td *bind, const char *path, const char *start,
+                       uint32_t wanted, bool chunked, uint32_t access, bool values)
+{
+    if ((access & TARVO_ACCESS_OPTION_NOBULK) && (access & TARVO_ACCESS_OPTION_BULK))
+        return error(TARVO_ERR_BAD_OPTIONS, "committed-only and pending-only together");
+    ResolvedPath where;
+    Status s = resolve_path(bind->bind_point, path ? path : "", &where);
+    if (!s.ok())
+        return s;
+    bind_ = bind;
+    dir_ = dir_form(where.path);
+    chunked_ = chunked;
+    query_.start = start ? start : "";
+    query_.exclusive = (access & TARVO_ACCESS_OPTION_NEXT) != 0;
+    query_.reverse = (access & TARVO_ACCESS_OPTION_REVERSE) != 0;
+    query_.with_values = values;
+    query_.max_bytes = bind->settings.batch_bytes;
+    uint32_t bound = bind->settings.batch_entries;
+    if (chunked && wanted == 0)
+        wanted = bound;
+    query_.max_entries = std::min(wanted, bound);
+    // Pending changes only: there are none yet, but the directory must
+    // still exist.
+    bool pending_only = (access & TARVO_ACCESS_OPTION_BULK) != 0;
+    if (pending_only)
+        query_.max_entries = 0;
+    s = fetch();
+    if (!s.ok())
+        return s;
+    if (!chunked)
+        more_ = !exhausted_ && current_.size() < wanted && !pending_only;
+    if (!chunked || pending_only)
+        exhausted_ = true;
+    return ok_status();
+}
+
+Status ListState::next(const ListEntry **entry)
+{
+    *entry = nullptr;
+    if (pos_ == current_.size()) {
+        if (!chunked_ || exhausted_)
+            return ok_status();
+        if (!bind_is_live(bind_))
+            return error(TARVO_ERR_BAD_HANDLE, "the list's bind was released");
+        Status s = fetch();
+        // The directory went away since the last chunk: the list ends.
+        if (s.code == TARVO_ERR_NOT_FOUND || s.code == TARVO_ERR_NOT_A_DIR) {
+            exhausted_ = true;
+            return ok_status();
+        }
+        if (!s.ok())
+            return s;
+        if (current_.empty())
+            return ok_status();
+    }
+    *entry = &current_[pos_++];
+    return ok_status();
+}
+
+const ListEntry *ListState::last() const
+{
+    if (!current_.empty())
+        return &current_.back();
+    return previous_.empty() ? nullptr : &previous_.back();
+}
+
+tarvo_datalist_h_td new_complete_datalist(std::vector<ListEntry> entries)
+{
+    auto *list = new tarvo_datalist_td();
+    list->state.assign(std::move(entries));
+    register_handle(list, HandleKind::DATALIST);
+    return list;
+}
+
+}  // namespace tarvo
+
+using namespace tarvo;
+
+namespace {
+
+template <typename List>
+int open_list(tarvo_bind_h_td handle, const char *path, const char *start, uint32_t wanted,
+              bool chunked, uint32_t access, List **out, uint32_t *delivered)
+{
+    constexpr bool values = std::is_same_v<List, tarvo_datalist_td>;
+    if (!bind_is_live(handle))
+        return TARVO_ERR_BAD_HANDLE;
+    if (!out)
+        return fail(handle, error(TARVO_ERR_BAD_ARGUMENT));
+    *out = nullptr;
+    return guarded([&] {
+        auto list = std::make_unique<List>();
+        Status s = list->state.open(handle, path, start, wanted, chunked, access, values);
+        if (!s.ok())
+            return fail(handle, s);
+        if (delivered)
+            *delivered = list->state.size();
+        register_handle(list.get(), values ? HandleKind::DATALIST : HandleKind::LIST);
+        *out = list.release();
+        return 0;
+    });
+}
+
+// Hands one entry out; the datalist form also gives the value (null for a
+// directory).
+int read_entry(ListState &state, bool last, char **name, tarvo_item_datatype_td *datatype,
+               void **value, uint32_t *length)
+{
+    return guarded([&] {
+        const ListEntry *entry = nullptr;
+        if (last) {
+            entry = state.last();
+        } else {
+            Status s = state.next(&entry);
+            if (!s.ok())
+                return s.code;
+        }
+        *name = entry ? const_cast<char *>(entry->name.c_str()) : nullptr;
+        if (!entry)
+            return 0;
+        *datatype = static_cast<tarvo_item_datatype_td>(entry->datatype);
+        if (value) {
+            bool dir = entry->datatype == TARVO_DATATYPE_DIR;
+            *value = dir ? nullptr : const_cast<char *>(entry->value.data());
+            *length = static_cast<uint32_t>(entry->value.size());
+        }
+        return 0;
+    });
+}
+
+}  // namespace
+
+extern "C" {
+
+int tarvo_list(tarvo_bind_h_td handle, const char *path, const char *start, uint32_t *count,
+               tarvo_list_h_td *list, uint32_t access_options)
+{
+    if (bind_is_live(handle) && !count)
+        return fail(handle, error(TARVO_ERR_BAD_ARGUMENT));
+    return open_list(handle, path, start, count ? *count : 0, false, access_options, list,
+                     count);
+}
+
+int tarvo_chunk_list(tarvo_bind_h_td handle, const char *path, const char *start,
+                     uint32_t chunk_size, tarvo_list_h_td *list, uint32_t access_options)
+{
+    return open_list(handle, path, start, chunk_size, true, access_options, list, nullptr);
+}
+
+int tarvo_list_next(tarvo_list_h_td list, char **name, tarvo_item_datatype_td *datatype,
+                    void *reserved)
+{
+    if (!handle_is_live(list, HandleKind::LIST))
+        return TARVO_ERR_BAD_HANDLE;
+    if (!name || !datatype || reserved)
+        return TARVO_ERR_BAD_ARGUMENT;
+    return read_entry(list->state, false, name, datatype, nullptr, nullptr);
+}
+
+int tarvo_list_last(tarvo_list_h_td list, char **name, tarvo_item_datatype_td *datatype,
+                    void *reserved)
+{
+    if (!handle_is_live(list, HandleKind::LIST))
+        return TARVO_ERR_BAD_HANDLE;
+    if (!name || !datatype || reserved)
+        return TARVO_ERR_BAD_ARGUMENT;
+    return read_entry(list->state, true, name, datatype, nullptr, nullptr);
+}
+
+int tarvo_list_get_more_flag(tarvo_list_h_td list, int *more)
+{
+    if (!handle_is_live(list, HandleKind::LIST))
+        return TARVO_ERR_BAD_HANDLE;
+    if (!more)
+        return TARVO_ERR_BAD_ARGUMENT;
+    *more = list->state.more() ? 1 : 0;
+    return 0;
+}
+
+void tarvo_list_free(tarvo_list_h_td list)
+{
+    if (!handle_is_live(list, HandleKind::LIST))
+        return;
+    unregister_handle(list);
+    delete list;
+}
+
+int tarvo_datalist(tarvo_bind_h_td handle, const char *path, const char *start, uint32_t *count,
+                   tarvo_datalist_h_td *list, uint32_t access_options)
+{
+    if (bind_is_live(handle) && !count)
+        return fail(handle, error(TARVO_ERR_BAD_ARGUMENT));
+    return open_list(handle, path, start, count ? *count : 0, false, access_options, list,
+                     count);
+}
+
+int tarvo_chunk_datalist(tarvo_bind_h_td handle, const char *path, const char *start,
+                         uint32_t chunk_size, tarvo_datalist_h_td *list,
+                         uint32_t access_options)
+{
+    return open_list(handle, path, start, chunk_size, true, access_options, list, nullptr);
+}
+
+int tarvo_datalist_next(tarvo_datalist_h_td list, char **name, tarvo_item_datatype_td *datatype,
+                        void **value, uint32_t *length, void *reserved)
+{
+    if (!handle_is_live(list, HandleKind::DATALIST))
+        return TARVO_ERR_BAD_HANDLE;
+    if (!name || !datatype || !value || !length || reserved)
+        return TARVO_ERR_BAD_ARGUMENT;
+    return read_entry(list->state, false, name, datatype, value, length);
+}
+
+int tarvo_datalist_last(tarvo_datalist_h_td list, char **name, tarvo_item_datatype_td *datatype,
+                        void **value, uint32_t *length, void *reserved)
+{
+    if (!handle_is_live(list, HandleKind::DATALIST))
+        return TARVO_ERR_BAD_HANDLE;
+    if (!name || !datatype || !value || !length || reserved)
+        return TARVO_ERR_BAD_ARGUMENT;
+    return read_entry(list->state, true, name, datatype, value, length);
+}
+
+int tarvo_datalist_get_more_flag(tarvo_datalist_h_td list, int *more)
+{
+    if (!handle_is_live(list, HandleKind::DATALIST))
+        return TARVO_ERR_BAD_HANDLE;
+    if (!more)
+        return TARVO_ERR_BAD_ARGUMENT;
+    *more = list->state.more() ? 1 : 0;
+    return 0;
+}
+
+void tarvo_datalist_free(tarvo_datalist_h_td list)
+{
+    if (!handle_is_live(list, HandleKind::DATALIST))
+        return;
+    unregister_handle(list);
+    delete list;
+}
+
+}  // extern "C"

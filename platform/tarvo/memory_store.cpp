@@ -1,0 +1,292 @@
+// The memory backend: the same semantics as the SQLite store (it shares the
+// write engine), kept in ordered maps. Used for scratchpad binds, which live
+// only as long as their bind, and by the tests. A write transaction keeps an
+// undo log so that a failed batch leaves the maps as they were.
+#include <deque>
+#include <map>
+#include <optional>
+#include <set>
+
+#include "local_store.h"
+#include "paths.h"
+
+namespace tarvo {
+namespace {
+
+class MemoryStore final : public LocalStore {
+public:
+    explicit MemoryStore(const StoreOptions &options) : options_(options) {}
+
+    Status lookup(std::string_view path, Node *node) override;
+    Status list(std::string_view dir, const ListQuery &query, Page *page) override;
+    Status scan(std::string_view dir, const ScanQuery &query, Page *page) override;
+    Status events_after(uint64_t after, uint32_t max,
+                        std::vector<Event> *events) override;
+    Status stats(StoreStats *stats) override;
+
+protected:
+    Status begin_write() override;
+    Status commit_write() override;
+    void rollback_write() override;
+    Status put_node(const Node &node) override;
+    Status erase_node(std::string_view path) override;
+    Status append_event(const Event &event) override;
+    Status trim_events() override { return ok_status(); }  // done at commit
+
+private:
+    using Name = std::pair<std::string, std::string>;  // parent, name
+    struct Undo {
+        std::string path;
+        std::optional<Node> before;
+    };
+
+    Status fault();
+    void raw_put(const Node &node);
+    void raw_erase(const std::string &path);
+    Node node_of(const Name &name) const;
+    // Adds a node to a page within the query's bounds; false when it is full.
+    static bool add(Page *page, Node node, uint32_t max_entries, uint64_t max_bytes,
+                    uint64_t *bytes);
+
+    StoreOptions options_;
+    std::map<std::string, Node, std::less<>> nodes_;
+    std::set<Name> names_;
+    std::deque<Event> events_;
+    uint64_t next_seq_ = 1;
+    std::vector<Undo> undo_;
+    size_t events_mark_ = 0;
+    uint64_t seq_mark_ = 1;
+};
+
+Status MemoryStore::fault()
+{
+    if (options_.faults && options_.faults->fail_write())
+        return error(TARVO_ERR_STORE, "injected write fault in memory store");
+    return ok_status();
+}
+
+Status MemoryStore::lookup(std::string_view path, Node *node)
+{
+    if (path == "/") {
+        *node = Node{"/", TARVO_DATATYPE_DIR, {}};
+        return ok_status();
+    }
+    auto it = nodes_.find(path);
+    if (it == nodes_.end())
+        it = nodes_.find(std::string(path) + "/");
+    if (it == nodes_.end())
+        return error(TARVO_ERR_NOT_FOUND, std::string(path));
+    *node = it->second;
+    return ok_status();
+}
+
+Node MemoryStore::node_of(const Name &name) const
+{
+    auto it = nodes_.find(name.first + name.second);
+    if (it == nodes_.end())
+        it = nodes_.find(name.first + name.second + "/");
+    return it->second;
+}
+
+bool MemoryStore::add(Page *page, Node node, uint32_t max_entries, uint64_t max_bytes,
+                      uint64_t *bytes)
+{
+    if (page->entries.size() >= max_entries || (!page->entries.empty() && *bytes >= max_bytes)) {
+        page->remain = true;
+        return false;
+    }
+    *bytes += node.path.size() + node.value.size();
+    page->entries.push_back(std::move(node));
+    return true;
+}
+
+Status MemoryStore::list(std::string_view dir, const ListQuery &q, Page *page)
+{
+    *page = Page{};
+    if (dir != "/") {
+        Node node;
+        Status s = lookup(dir.substr(0, dir.size() - 1), &node);
+        if (!s.ok())
+            return s;
+        if (!node.is_dir())
+            return error(TARVO_ERR_NOT_A_DIR, node.path);
+    }
+    const std::string d(dir);
+    uint64_t bytes = 0;
+    auto emit = [&](const Name &name) {
+        Node node = node_of(name);
+        if (!q.with_values)
+            node.value.clear();
+        return add(page, std::move(node), q.max_entries, q.max_bytes, &bytes);
+    };
+    if (!q.reverse) {
+        auto it = q.start.empty() ? names_.lower_bound({d, ""})
+                  : q.exclusive   ? names_.upper_bound({d, q.start})
+                                  : names_.lower_bound({d, q.start});
+        for (; it != names_.end() && it->first == d; ++it)
+            if (!emit(*it))
+                break;
+    } else {
+        auto it = q.start.empty() ? names_.lower_bound({d + '\0', ""})
+                  : q.exclusive   ? names_.lower_bound({d, q.start})
+                                  : names_.upper_bound({d, q.start});
+        while (it != names_.begin()) {
+            --it;
+            if (it->first != d || !emit(*it))
+                break;
+        }
+    }
+    return ok_status();
+}
+
+Status MemoryStore::scan(std::string_view dir, const ScanQuery &q, Page *page)
+{
+    *page = Page{};
+    const std::string lo(dir), hi = subtree_end(dir);
+    uint64_t bytes = 0;
+    auto wanted = [&](const Node &n) { return n.is_dir() ? q.dirs : q.items; };
+    auto emit = [&](const Node &n) {
+        Node copy = n;
+        if (!q.with_values)
+            copy.value.clear();
+        return add(page, std::move(copy), q.max_entries, q.max_bytes, &bytes);
+    };
+    if (!q.reverse) {
+        auto it = nodes_.upper_bound(lo);
+        if (!q.start.empty()) {
+            auto from = q.exclusive ? nodes_.upper_bound(q.start) : nodes_.lower_bound(q.start);
+            // A start before the subtree changes nothing.
+            if (from == nodes_.end() || from->first > lo)
+                it = from;
+        }
+        for (; it != nodes_.end() && it->first < hi; ++it)
+            if (wanted(it->second) && !emit(it->second))
+                break;
+    } else {
+        auto it = nodes_.lower_bound(hi);
+        if (!q.start.empty()) {
+            auto to = q.exclusive ? nodes_.lower_bound(q.start) : nodes_.upper_bound(q.start);
+            if (to != nodes_.end() && to->first < hi)
+                it = to;
+        }
+        while (it != nodes_.begin()) {
+            --it;
+            if (it->first <= lo)
+                break;
+            if (wanted(it->second) && !emit(it->second))
+                break;
+        }
+    }
+    return ok_status();
+}
+
+Status MemoryStore::events_after(uint64_t after, uint32_t max, std::vector<Event> *events)
+{
+    for (const Event &e : events_) {
+        if (events->size() >= max)
+            break;
+        if (e.seq > after)
+            events->push_back(e);
+    }
+    return ok_status();
+}
+
+Status MemoryStore::stats(StoreStats *out)
+{
+    *out = StoreStats{};
+    for (const auto &entry : nodes_)
+        ++(entry.second.is_dir() ? out->dirs : out->items);
+    out->events = events_.size();
+    if (!events_.empty()) {
+        out->first_event = events_.front().seq;
+        out->last_event = events_.back().seq;
+    }
+    return ok_status();
+}
+
+Status MemoryStore::begin_write()
+{
+    undo_.clear();
+    events_mark_ = events_.size();
+    seq_mark_ = next_seq_;
+    return ok_status();
+}
+
+Status MemoryStore::commit_write()
+{
+    Status s = fault();
+    if (!s.ok())
+        return s;
+    undo_.clear();
+    while (events_.size() > options_.event_window)
+        events_.pop_front();
+    return ok_status();
+}
+
+void MemoryStore::rollback_write()
+{
+    for (auto it = undo_.rbegin(); it != undo_.rend(); ++it) {
+        if (it->before)
+            raw_put(*it->before);
+        else
+            raw_erase(it->path);
+    }
+    undo_.clear();
+    events_.resize(events_mark_);
+    next_seq_ = seq_mark_;
+}
+
+void MemoryStore::raw_put(const Node &node)
+{
+    nodes_[node.path] = node;
+    names_.insert({parent_dir(node.path), std::string(leaf_name(node.path))});
+}
+
+void MemoryStore::raw_erase(const std::string &path)
+{
+    nodes_.erase(path);
+    names_.erase({parent_dir(path), std::string(leaf_name(path))});
+}
+
+Status MemoryStore::put_node(const Node &node)
+{
+    Status s = fault();
+    if (!s.ok())
+        return s;
+    auto it = nodes_.find(node.path);
+    undo_.push_back({node.path, it == nodes_.end() ? std::nullopt : std::optional<Node>(it->second)});
+    raw_put(node);
+    return ok_status();
+}
+
+Status MemoryStore::erase_node(std::string_view path)
+{
+    Status s = fault();
+    if (!s.ok())
+        return s;
+    auto it = nodes_.find(path);
+    if (it == nodes_.end())
+        return ok_status();
+    undo_.push_back({it->first, it->second});
+    raw_erase(std::string(path));
+    return ok_status();
+}
+
+Status MemoryStore::append_event(const Event &event)
+{
+    Status s = fault();
+    if (!s.ok())
+        return s;
+    events_.push_back(event);
+    events_.back().seq = next_seq_++;
+    return ok_status();
+}
+
+}  // namespace
+
+std::unique_ptr<Store> new_memory_store(const StoreOptions &options)
+{
+    return std::make_unique<MemoryStore>(options);
+}
+
+}  // namespace tarvo

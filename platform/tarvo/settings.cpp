@@ -1,0 +1,225 @@
+#include "settings.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+namespace tarvo {
+namespace {
+
+struct SettingDef {
+    const char *name;
+    uint64_t min;
+    uint64_t max;
+};
+
+constexpr SettingDef DEFS[] = {
+    {"batch_entries", 1, 1000000},
+    {"batch_bytes", 1, 1ull << 30},
+    {"event_window", 1, 1000000000},
+    {"busy_timeout_ms", 0, 600000},
+};
+
+const SettingDef *find_def(const std::string &name)
+{
+    for (const SettingDef &d : DEFS)
+        if (name == d.name)
+            return &d;
+    return nullptr;
+}
+
+Status parse_value(const SettingDef &def, const std::string &text, uint64_t *out)
+{
+    if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos ||
+        text.size() > 12)
+        return error(TARVO_ERR_BAD_ARGUMENT,
+                     std::string(def.name) + ": \"" + text + "\" is not a number");
+    uint64_t v = std::strtoull(text.c_str(), nullptr, 10);
+    if (v < def.min || v > def.max)
+        return error(TARVO_ERR_BAD_ARGUMENT,
+                     std::string(def.name) + " must lie in " + std::to_string(def.min) +
+                         ".." + std::to_string(def.max));
+    *out = v;
+    return ok_status();
+}
+
+void assign(Settings *s, const std::string &name, uint64_t v)
+{
+    if (name == "batch_entries")
+        s->batch_entries = static_cast<uint32_t>(v);
+    else if (name == "batch_bytes")
+        s->batch_bytes = v;
+    else if (name == "event_window")
+        s->event_window = v;
+    else
+        s->busy_timeout_ms = static_cast<uint32_t>(v);
+}
+
+// mkdir -p
+Status make_dirs(const std::string &dir)
+{
+    for (size_t pos = 1; pos <= dir.size(); ++pos) {
+        if (pos != dir.size() && dir[pos] != '/')
+            continue;
+        std::string part = dir.substr(0, pos);
+        if (::mkdir(part.c_str(), 0755) != 0 && errno != EEXIST)
+            return error(TARVO_ERR_DATA_DIR,
+                         "cannot create " + part + ": " + std::strerror(errno));
+    }
+    struct stat st;
+    if (::stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
+        return error(TARVO_ERR_DATA_DIR, dir + " is not a directory");
+    if (::access(dir.c_str(), W_OK | X_OK) != 0)
+        return error(TARVO_ERR_DATA_DIR, dir + " is not writable");
+    return ok_status();
+}
+
+}  // namespace
+
+Plane plane_of_options(uint32_t options)
+{
+    if (options & TARVO_BIND_OPTION_LOCAL_PLANE)
+        return Plane::LOCAL;
+    if (options & TARVO_BIND_OPTION_ADMIN_PLANE)
+        return Plane::ADMIN;
+    return Plane::SHARED;
+}
+
+const char *plane_name(Plane plane)
+{
+    switch (plane) {
+    case Plane::LOCAL:
+        return "local";
+    case Plane::ADMIN:
+        return "admin";
+    default:
+        return "shared";
+    }
+}
+
+const std::vector<Plane> &all_planes()
+{
+    static const std::vector<Plane> planes = {Plane::SHARED, Plane::LOCAL, Plane::ADMIN};
+    return planes;
+}
+
+Status resolve_data_dir(std::string *dir)
+{
+    const char *env = std::getenv("TARVO_DATA_DIR");
+    if (env && *env) {
+        *dir = env;
+        return make_dirs(*dir);
+    }
+    struct stat st;
+    if (::stat("/var/lib/tarvo", &st) == 0 && S_ISDIR(st.st_mode) &&
+        ::access("/var/lib/tarvo", W_OK | X_OK) == 0) {
+        *dir = "/var/lib/tarvo";
+        return ok_status();
+    }
+    const char *home = std::getenv("HOME");
+    if (!home || !*home)
+        return error(TARVO_ERR_DATA_DIR,
+                     "neither TARVO_DATA_DIR nor HOME is set and /var/lib/tarvo is not writable");
+    *dir = std::string(home) + "/.local/state/tarvo";
+    return make_dirs(*dir);
+}
+
+std::string plane_file(const std::string &dir, Plane plane)
+{
+    return dir + "/" + plane_name(plane) + ".db";
+}
+
+Status load_settings(const std::string &dir, Settings *settings)
+{
+    *settings = Settings{};
+    std::ifstream in(dir + "/settings");
+    if (!in)
+        return ok_status();
+    std::string line;
+    for (int number = 1; std::getline(in, line); ++number) {
+        std::istringstream words(line);
+        std::string name, value, extra;
+        if (!(words >> name) || name[0] == '#')
+            continue;
+        const SettingDef *def = find_def(name);
+        uint64_t v = 0;
+        Status s = def && (words >> value) && !(words >> extra)
+                       ? parse_value(*def, value, &v)
+                       : error(TARVO_ERR_BAD_ARGUMENT, "unknown setting");
+        if (!s.ok())
+            return error(TARVO_ERR_STORE_CORRUPT, dir + "/settings line " +
+                                                      std::to_string(number) + ": " + s.detail);
+        assign(settings, name, v);
+    }
+    return ok_status();
+}
+
+Status save_setting(const std::string &dir, const std::string &name, const std::string &value)
+{
+    const SettingDef *def = find_def(name);
+    if (!def)
+        return error(TARVO_ERR_BAD_ARGUMENT, "unknown setting " + name);
+    uint64_t v = 0;
+    Status s = parse_value(*def, value, &v);
+    if (!s.ok())
+        return s;
+    Settings current;
+    s = load_settings(dir, &current);
+    if (!s.ok())
+        return s;
+    assign(&current, name, v);
+    const Settings defaults;
+    std::ostringstream out;
+    for (const SettingDef &d : DEFS) {
+        std::string mine, dflt;
+        setting_text(current, d.name, &mine);
+        setting_text(defaults, d.name, &dflt);
+        if (mine != dflt)
+            out << d.name << ' ' << mine << '\n';
+    }
+    std::string tmp = dir + "/settings.tmp." + std::to_string(::getpid());
+    {
+        std::ofstream file(tmp, std::ios::trunc);
+        file << out.str();
+        if (!file.flush())
+            return error(TARVO_ERR_DATA_DIR, "cannot write " + tmp);
+    }
+    if (std::rename(tmp.c_str(), (dir + "/settings").c_str()) != 0) {
+        std::remove(tmp.c_str());
+        return error(TARVO_ERR_DATA_DIR, "cannot replace " + dir + "/settings");
+    }
+    return ok_status();
+}
+
+Status setting_text(const Settings &s, const std::string &name, std::string *value)
+{
+    if (name == "batch_entries")
+        *value = std::to_string(s.batch_entries);
+    else if (name == "batch_bytes")
+        *value = std::to_string(s.batch_bytes);
+    else if (name == "event_window")
+        *value = std::to_string(s.event_window);
+    else if (name == "busy_timeout_ms")
+        *value = std::to_string(s.busy_timeout_ms);
+    else
+        return error(TARVO_ERR_BAD_ARGUMENT, "unknown setting " + name);
+    return ok_status();
+}
+
+const std::vector<std::string> &setting_names()
+{
+    static const std::vector<std::string> names = [] {
+        std::vector<std::string> v;
+        for (const SettingDef &d : DEFS)
+            v.push_back(d.name);
+        return v;
+    }();
+    return names;
+}
+
+}  // namespace tarvo

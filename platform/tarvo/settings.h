@@ -1,0 +1,51 @@
+// The data directory and the store settings kept in it.
+//
+// The data directory is TARVO_DATA_DIR when set (created when missing), else
+// /var/lib/tarvo when it exists and is writable, else
+// $HOME/.local/state/tarvo (created). It holds one database file per plane
+// (shared.db, local.db, admin.db) and the text file "settings", one
+// "<name> <value>" line per setting that differs from its default.
+#ifndef TARVO_SETTINGS_H
+#define TARVO_SETTINGS_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "status.h"
+
+namespace tarvo {
+
+enum class Plane { SHARED, LOCAL, ADMIN };
+
+struct Settings {
+    uint32_t batch_entries = 1000;      // entries per list batch
+    uint64_t batch_bytes = 1u << 20;    // names and values per list batch
+    uint64_t event_window = 10000;      // events kept per plane
+    uint32_t busy_timeout_ms = 5000;    // wait for another process's write
+};
+
+// The plane a bind options word selects.
+Plane plane_of_options(uint32_t options);
+const char *plane_name(Plane plane);
+const std::vector<Plane> &all_planes();
+
+// Finds (and creates when needed) the data directory. DATA_DIR on failure.
+Status resolve_data_dir(std::string *dir);
+std::string plane_file(const std::string &dir, Plane plane);
+
+// The settings of a data directory; defaults when the file is absent.
+// STORE_CORRUPT for a line that cannot be read.
+Status load_settings(const std::string &dir, Settings *settings);
+// Writes one setting (a temporary file renamed into place). BAD_ARGUMENT for
+// an unknown name or a value out of range.
+Status save_setting(const std::string &dir, const std::string &name,
+                    const std::string &value);
+// The value of one setting as text; BAD_ARGUMENT for an unknown name.
+Status setting_text(const Settings &settings, const std::string &name,
+                    std::string *value);
+const std::vector<std::string> &setting_names();
+
+}  // namespace tarvo
+
+#endif

@@ -1,0 +1,608 @@
+// The embedded backend: one SQLite database file per plane, in WAL mode so
+// that readers in other processes never wait for a writer. Every write is a
+// BEGIN IMMEDIATE transaction (writers queue on the busy timeout instead of
+// deadlocking on a lock upgrade); every read is a single statement that is
+// reset before the call returns.
+#include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <unordered_map>
+
+#include "local_store.h"
+#include "paths.h"
+
+namespace tarvo {
+namespace {
+
+constexpr int SCHEMA_VERSION = 1;
+
+// Version 1. The tables after `events` are not used by this version of the
+// client yet; they are part of the schema so that transactions, locks and
+// error lists can be added without a migration (see docs/store.md).
+constexpr const char *SCHEMA_SQL = R"sql(
+CREATE TABLE meta(key TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID;
+CREATE TABLE nodes(
+  parent TEXT NOT NULL,
+  name TEXT NOT NULL,
+  path TEXT NOT NULL UNIQUE,
+  datatype INTEGER NOT NULL,
+  value BLOB,
+  PRIMARY KEY(parent, name)) WITHOUT ROWID;
+CREATE TABLE events(
+  seq INTEGER PRIMARY KEY AUTOINCREMENT,
+  kind INTEGER NOT NULL,
+  path TEXT NOT NULL,
+  datatype INTEGER NOT NULL,
+  old_value BLOB,
+  new_value BLOB,
+  time_ns INTEGER NOT NULL,
+  origin TEXT);
+CREATE INDEX events_by_path ON events(path, seq);
+CREATE TABLE locks(
+  path TEXT NOT NULL,
+  owner TEXT NOT NULL,
+  mode INTEGER NOT NULL,
+  pid INTEGER NOT NULL,
+  pid_start INTEGER NOT NULL,
+  acquired_ns INTEGER NOT NULL,
+  PRIMARY KEY(path, owner)) WITHOUT ROWID;
+CREATE TABLE error_lists(
+  list INTEGER NOT NULL,
+  seq INTEGER NOT NULL,
+  path TEXT NOT NULL,
+  operations INTEGER NOT NULL,
+  datatype INTEGER NOT NULL,
+  value BLOB,
+  delete_value BLOB,
+  code INTEGER NOT NULL,
+  verifier_text TEXT,
+  prepared_text TEXT,
+  PRIMARY KEY(list, seq)) WITHOUT ROWID;
+CREATE TABLE unscanned(path TEXT PRIMARY KEY) WITHOUT ROWID;
+)sql";
+
+constexpr const char *TABLES[] = {"meta", "nodes", "events", "locks",
+                                  "error_lists", "unscanned"};
+
+Status sqlite_error(sqlite3 *db, int rc, std::string_view what)
+{
+    int32_t code;
+    switch (rc & 0xff) {
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+        code = TARVO_ERR_BUSY;
+        break;
+    case SQLITE_CORRUPT:
+    case SQLITE_NOTADB:
+        code = TARVO_ERR_STORE_CORRUPT;
+        break;
+    case SQLITE_NOMEM:
+        code = TARVO_ERR_NO_MEMORY;
+        break;
+    case SQLITE_CANTOPEN:
+    case SQLITE_PERM:
+    case SQLITE_READONLY:
+    case SQLITE_AUTH:
+        code = TARVO_ERR_DATA_DIR;
+        break;
+    default:
+        code = TARVO_ERR_STORE;
+    }
+    const char *msg = db ? sqlite3_errmsg(db) : sqlite3_errstr(rc);
+    return error(code, std::string(what) + ": " + msg);
+}
+
+// A cached prepared statement in use. The destructor resets it, so no
+// statement stays active (and no read transaction stays open) once the
+// function that used it returns.
+class Statement {
+public:
+    explicit Statement(sqlite3_stmt *stmt) : stmt_(stmt) {}
+    ~Statement()
+    {
+        sqlite3_reset(stmt_);
+        sqlite3_clear_bindings(stmt_);
+    }
+    Statement(const Statement &) = delete;
+    Statement &operator=(const Statement &) = delete;
+
+    void text(int i, std::string_view v)
+    {
+        sqlite3_bind_text(stmt_, i, v.data(), static_cast<int>(v.size()),
+                          SQLITE_TRANSIENT);
+    }
+    void blob(int i, std::string_view v, bool null)
+    {
+        if (null)
+            sqlite3_bind_null(stmt_, i);
+        else
+            sqlite3_bind_blob(stmt_, i, v.empty() ? "" : v.data(),
+                              static_cast<int>(v.size()), SQLITE_STATIC);
+    }
+    void integer(int i, int64_t v) { sqlite3_bind_int64(stmt_, i, v); }
+    int step() { return sqlite3_step(stmt_); }
+    std::string column(int i)
+    {
+        const void *p = sqlite3_column_blob(stmt_, i);
+        int n = sqlite3_column_bytes(stmt_, i);
+        return p ? std::string(static_cast<const char *>(p), n) : std::string();
+    }
+    bool is_null(int i) { return sqlite3_column_type(stmt_, i) == SQLITE_NULL; }
+    int64_t int_column(int i) { return sqlite3_column_int64(stmt_, i); }
+
+private:
+    sqlite3_stmt *stmt_;
+};
+
+int64_t now_ns()
+{
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+               std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
+
+class SqliteStore final : public LocalStore {
+public:
+    SqliteStore(sqlite3 *db, std::string file, const StoreOptions &options)
+        : db_(db), file_(std::move(file)), options_(options)
+    {
+    }
+    ~SqliteStore() override
+    {
+        for (auto &entry : cache_)
+            sqlite3_finalize(entry.second);
+        sqlite3_close(db_);
+    }
+
+    Status init(bool create);
+
+    Status lookup(std::string_view path, Node *node) override;
+    Status list(std::string_view dir, const ListQuery &query, Page *page) override;
+    Status scan(std::string_view dir, const ScanQuery &query, Page *page) override;
+    Status events_after(uint64_t after, uint32_t max,
+                        std::vector<Event> *events) override;
+    Status check(std::vector<std::string> *problems) override;
+    Status stats(StoreStats *stats) override;
+
+protected:
+    Status begin_write() override { return exec("BEGIN IMMEDIATE", "begin"); }
+    Status commit_write() override;
+    void rollback_write() override { sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr); }
+    Status put_node(const Node &node) override;
+    Status erase_node(std::string_view path) override;
+    Status append_event(const Event &event) override;
+    Status trim_events() override;
+
+private:
+    Status exec(const char *sql, std::string_view what);
+    Status prepare(const std::string &sql, sqlite3_stmt **stmt);
+    Status injected_fault();
+    Status error_of(int rc, std::string_view what)
+    {
+        return sqlite_error(db_, rc, std::string(what) + " on " + file_);
+    }
+    Status create_schema();
+    Status check_schema();
+    Status read_page(Statement &st, uint32_t max_entries, uint64_t max_bytes,
+                     Page *page);
+
+    sqlite3 *db_;
+    std::string file_;
+    StoreOptions options_;
+    std::unordered_map<std::string, sqlite3_stmt *> cache_;
+};
+
+Status SqliteStore::exec(const char *sql, std::string_view what)
+{
+    int rc = sqlite3_exec(db_, sql, nullptr, nullptr, nullptr);
+    return rc == SQLITE_OK ? ok_status() : error_of(rc, what);
+}
+
+Status SqliteStore::prepare(const std::string &sql, sqlite3_stmt **stmt)
+{
+    auto it = cache_.find(sql);
+    if (it != cache_.end()) {
+        *stmt = it->second;
+        return ok_status();
+    }
+    int rc = sqlite3_prepare_v3(db_, sql.c_str(), -1, SQLITE_PREPARE_PERSISTENT,
+                                stmt, nullptr);
+    if (rc != SQLITE_OK)
+        return error_of(rc, "prepare");
+    cache_.emplace(sql, *stmt);
+    return ok_status();
+}
+
+Status SqliteStore::injected_fault()
+{
+    if (options_.faults && options_.faults->fail_write())
+        return error(TARVO_ERR_STORE, "injected write fault on " + file_);
+    return ok_status();
+}
+
+Status SqliteStore::init(bool create)
+{
+    sqlite3_busy_timeout(db_, options_.busy_timeout_ms);
+    sqlite3_extended_result_codes(db_, 1);
+    // journal_mode needs to read the file header: a file that is not a
+    // database fails here with SQLITE_NOTADB.
+    Status s = exec("PRAGMA journal_mode=WAL", "journal mode");
+    if (s.ok())
+        s = exec("PRAGMA synchronous=NORMAL", "synchronous");
+    if (!s.ok())
+        return s;
+    if (create) {
+        s = create_schema();
+        if (!s.ok())
+            return s;
+    }
+    return check_schema();
+}
+
+Status SqliteStore::create_schema()
+{
+    Status s = exec("BEGIN IMMEDIATE", "begin");
+    if (!s.ok())
+        return s;
+    sqlite3_stmt *raw = nullptr;
+    s = prepare("SELECT count(*) FROM sqlite_master", &raw);
+    int64_t objects = 0;
+    if (s.ok()) {
+        Statement st(raw);
+        int rc = st.step();
+        if (rc == SQLITE_ROW)
+            objects = st.int_column(0);
+        else
+            s = error_of(rc, "schema");
+    }
+    if (s.ok() && objects == 0) {
+        s = exec(SCHEMA_SQL, "create schema");
+        std::string meta = "INSERT INTO meta VALUES('schema_version','" +
+                           std::to_string(SCHEMA_VERSION) + "')";
+        if (s.ok())
+            s = exec(meta.c_str(), "create schema");
+    }
+    if (s.ok())
+        return exec("COMMIT", "commit");
+    rollback_write();
+    return s;
+}
+
+Status SqliteStore::check_schema()
+{
+    sqlite3_stmt *raw = nullptr;
+    Status s = prepare("SELECT count(*) FROM sqlite_master WHERE type='table' AND name=?1", &raw);
+    if (!s.ok())
+        return s;
+    for (const char *table : TABLES) {
+        Statement st(raw);
+        st.text(1, table);
+        int rc = st.step();
+        if (rc != SQLITE_ROW)
+            return error_of(rc, "schema");
+        if (st.int_column(0) != 1)
+            return error(TARVO_ERR_STORE_CORRUPT,
+                         file_ + " is not a store of this client (no table " + table + ")");
+    }
+    s = prepare("SELECT value FROM meta WHERE key='schema_version'", &raw);
+    if (!s.ok())
+        return s;
+    Statement st(raw);
+    int rc = st.step();
+    if (rc != SQLITE_ROW && rc != SQLITE_DONE)
+        return error_of(rc, "schema version");
+    std::string version = rc == SQLITE_ROW ? st.column(0) : "none";
+    if (version != std::to_string(SCHEMA_VERSION))
+        return error(TARVO_ERR_STORE_CORRUPT,
+                     file_ + " has schema version " + version + ", this client reads version " +
+                         std::to_string(SCHEMA_VERSION));
+    return ok_status();
+}
+
+Status SqliteStore::lookup(std::string_view path, Node *node)
+{
+    if (path == "/") {
+        *node = Node{"/", TARVO_DATATYPE_DIR, {}};
+        return ok_status();
+    }
+    sqlite3_stmt *raw = nullptr;
+    Status s = prepare("SELECT path, datatype, value FROM nodes WHERE parent=?1 AND name=?2", &raw);
+    if (!s.ok())
+        return s;
+    Statement st(raw);
+    st.text(1, parent_dir(path));
+    st.text(2, leaf_name(path));
+    int rc = st.step();
+    if (rc == SQLITE_DONE)
+        return error(TARVO_ERR_NOT_FOUND, std::string(path));
+    if (rc != SQLITE_ROW)
+        return error_of(rc, "lookup");
+    node->path = st.column(0);
+    node->datatype = static_cast<int32_t>(st.int_column(1));
+    node->value = st.column(2);
+    return ok_status();
+}
+
+// Reads rows (path, datatype, value) into the page until a bound is reached;
+// the statement's LIMIT is one more than max_entries so that one extra row
+// tells whether entries remain.
+Status SqliteStore::read_page(Statement &st, uint32_t max_entries, uint64_t max_bytes,
+                              Page *page)
+{
+    uint64_t bytes = 0;
+    for (;;) {
+        int rc = st.step();
+        if (rc == SQLITE_DONE)
+            return ok_status();
+        if (rc != SQLITE_ROW)
+            return error_of(rc, "read");
+        if (page->entries.size() >= max_entries ||
+            (!page->entries.empty() && bytes >= max_bytes)) {
+            page->remain = true;
+            return ok_status();
+        }
+        Node node{st.column(0), static_cast<int32_t>(st.int_column(1)), st.column(2)};
+        bytes += node.path.size() + node.value.size();
+        page->entries.push_back(std::move(node));
+    }
+}
+
+Status SqliteStore::list(std::string_view dir, const ListQuery &q, Page *page)
+{
+    *page = Page{};
+    if (dir != "/") {
+        Node node;
+        Status s = lookup(std::string_view(dir).substr(0, dir.size() - 1), &node);
+        if (!s.ok())
+            return s;
+        if (!node.is_dir())
+            return error(TARVO_ERR_NOT_A_DIR, node.path);
+    }
+    std::string sql = "SELECT path, datatype, ";
+    sql += q.with_values ? "value" : "NULL";
+    sql += " FROM nodes WHERE parent=?1";
+    if (!q.start.empty())
+        sql += q.reverse ? (q.exclusive ? " AND name<?2" : " AND name<=?2")
+                         : (q.exclusive ? " AND name>?2" : " AND name>=?2");
+    sql += q.reverse ? " ORDER BY name DESC" : " ORDER BY name";
+    sql += " LIMIT ?3";
+    sqlite3_stmt *raw = nullptr;
+    Status s = prepare(sql, &raw);
+    if (!s.ok())
+        return s;
+    Statement st(raw);
+    st.text(1, dir);
+    if (!q.start.empty())
+        st.text(2, q.start);
+    st.integer(3, static_cast<int64_t>(q.max_entries) + 1);
+    return read_page(st, q.max_entries, q.max_bytes, page);
+}
+
+Status SqliteStore::scan(std::string_view dir, const ScanQuery &q, Page *page)
+{
+    *page = Page{};
+    if (!q.items && !q.dirs)
+        return ok_status();
+    std::string sql = "SELECT path, datatype, ";
+    sql += q.with_values ? "value" : "NULL";
+    sql += " FROM nodes WHERE path>?1 AND path<?2";
+    if (!q.start.empty())
+        sql += q.reverse ? (q.exclusive ? " AND path<?3" : " AND path<=?3")
+                         : (q.exclusive ? " AND path>?3" : " AND path>=?3");
+    if (!q.items)
+        sql += " AND datatype=-3";
+    else if (!q.dirs)
+        sql += " AND datatype<>-3";
+    sql += q.reverse ? " ORDER BY path DESC" : " ORDER BY path";
+    sql += " LIMIT ?4";
+    sqlite3_stmt *raw = nullptr;
+    Status s = prepare(sql, &raw);
+    if (!s.ok())
+        return s;
+    Statement st(raw);
+    st.text(1, dir);
+    st.text(2, subtree_end(dir));
+    if (!q.start.empty())
+        st.text(3, q.start);
+    st.integer(4, static_cast<int64_t>(q.max_entries) + 1);
+    return read_page(st, q.max_entries, q.max_bytes, page);
+}
+
+Status SqliteStore::put_node(const Node &node)
+{
+    Status s = injected_fault();
+    sqlite3_stmt *raw = nullptr;
+    if (s.ok())
+        s = prepare("INSERT OR REPLACE INTO nodes(parent, name, path, datatype, value) "
+                    "VALUES(?1, ?2, ?3, ?4, ?5)", &raw);
+    if (!s.ok())
+        return s;
+    Statement st(raw);
+    st.text(1, parent_dir(node.path));
+    st.text(2, leaf_name(node.path));
+    st.text(3, node.path);
+    st.integer(4, node.datatype);
+    st.blob(5, node.value, node.is_dir());
+    int rc = st.step();
+    return rc == SQLITE_DONE ? ok_status() : error_of(rc, "write");
+}
+
+Status SqliteStore::erase_node(std::string_view path)
+{
+    Status s = injected_fault();
+    sqlite3_stmt *raw = nullptr;
+    if (s.ok())
+        s = prepare("DELETE FROM nodes WHERE parent=?1 AND name=?2", &raw);
+    if (!s.ok())
+        return s;
+    Statement st(raw);
+    st.text(1, parent_dir(path));
+    st.text(2, leaf_name(path));
+    int rc = st.step();
+    return rc == SQLITE_DONE ? ok_status() : error_of(rc, "delete");
+}
+
+Status SqliteStore::append_event(const Event &e)
+{
+    Status s = injected_fault();
+    sqlite3_stmt *raw = nullptr;
+    if (s.ok())
+        s = prepare("INSERT INTO events(kind, path, datatype, old_value, new_value, time_ns) "
+                    "VALUES(?1, ?2, ?3, ?4, ?5, ?6)", &raw);
+    if (!s.ok())
+        return s;
+    Statement st(raw);
+    st.integer(1, e.kind);
+    st.text(2, e.path);
+    st.integer(3, e.datatype);
+    st.blob(4, e.old_value, !e.has_old);
+    st.blob(5, e.new_value, !e.has_new);
+    st.integer(6, now_ns());
+    int rc = st.step();
+    return rc == SQLITE_DONE ? ok_status() : error_of(rc, "event");
+}
+
+Status SqliteStore::trim_events()
+{
+    sqlite3_stmt *raw = nullptr;
+    Status s = prepare("DELETE FROM events WHERE seq <= "
+                       "(SELECT max(seq) FROM events) - ?1", &raw);
+    if (!s.ok())
+        return s;
+    Statement st(raw);
+    st.integer(1, static_cast<int64_t>(options_.event_window));
+    int rc = st.step();
+    return rc == SQLITE_DONE ? ok_status() : error_of(rc, "trim events");
+}
+
+Status SqliteStore::commit_write()
+{
+    Status s = injected_fault();
+    return s.ok() ? exec("COMMIT", "commit") : s;
+}
+
+Status SqliteStore::events_after(uint64_t after, uint32_t max,
+                                 std::vector<Event> *events)
+{
+    sqlite3_stmt *raw = nullptr;
+    Status s = prepare("SELECT seq, kind, path, datatype, old_value, new_value FROM events "
+                       "WHERE seq > ?1 ORDER BY seq LIMIT ?2", &raw);
+    if (!s.ok())
+        return s;
+    Statement st(raw);
+    st.integer(1, static_cast<int64_t>(after));
+    st.integer(2, max);
+    for (;;) {
+        int rc = st.step();
+        if (rc == SQLITE_DONE)
+            return ok_status();
+        if (rc != SQLITE_ROW)
+            return error_of(rc, "events");
+        Event e;
+        e.seq = static_cast<uint64_t>(st.int_column(0));
+        e.kind = static_cast<uint32_t>(st.int_column(1));
+        e.path = st.column(2);
+        e.datatype = static_cast<int32_t>(st.int_column(3));
+        e.has_old = !st.is_null(4);
+        e.old_value = st.column(4);
+        e.has_new = !st.is_null(5);
+        e.new_value = st.column(5);
+        events->push_back(std::move(e));
+    }
+}
+
+Status SqliteStore::check(std::vector<std::string> *problems)
+{
+    sqlite3_stmt *raw = nullptr;
+    Status s = prepare("PRAGMA integrity_check", &raw);
+    if (!s.ok())
+        return s;
+    {
+        Statement st(raw);
+        for (int rc = st.step(); rc != SQLITE_DONE; rc = st.step()) {
+            if (rc != SQLITE_ROW)
+                return error_of(rc, "integrity check");
+            std::string line = st.column(0);
+            if (line != "ok")
+                problems->push_back("sqlite: " + line);
+        }
+    }
+    s = prepare("SELECT parent, name, path, datatype FROM nodes", &raw);
+    if (!s.ok())
+        return s;
+    {
+        Statement st(raw);
+        for (int rc = st.step(); rc != SQLITE_DONE; rc = st.step()) {
+            if (rc != SQLITE_ROW)
+                return error_of(rc, "check");
+            std::string path = st.column(2);
+            std::string expect = st.column(0) + st.column(1) +
+                                 (st.int_column(3) == TARVO_DATATYPE_DIR ? "/" : "");
+            if (path != expect)
+                problems->push_back("node " + path + " filed as " + expect);
+        }
+    }
+    return LocalStore::check(problems);
+}
+
+Status SqliteStore::stats(StoreStats *out)
+{
+    sqlite3_stmt *raw = nullptr;
+    Status s = prepare("SELECT (SELECT count(*) FROM nodes WHERE datatype<>-3),"
+                       " (SELECT count(*) FROM nodes WHERE datatype=-3),"
+                       " (SELECT count(*) FROM events),"
+                       " (SELECT ifnull(min(seq),0) FROM events),"
+                       " (SELECT ifnull(max(seq),0) FROM events)", &raw);
+    if (!s.ok())
+        return s;
+    Statement st(raw);
+    int rc = st.step();
+    if (rc != SQLITE_ROW)
+        return error_of(rc, "stats");
+    out->items = st.int_column(0);
+    out->dirs = st.int_column(1);
+    out->events = st.int_column(2);
+    out->first_event = st.int_column(3);
+    out->last_event = st.int_column(4);
+    return ok_status();
+}
+
+Status open_store(const std::string &file, const StoreOptions &options, bool create,
+                  std::unique_ptr<Store> *store)
+{
+    struct stat st;
+    if (!create && ::stat(file.c_str(), &st) != 0)
+        return error(TARVO_ERR_NOT_FOUND, file);
+    sqlite3 *db = nullptr;
+    int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | (create ? SQLITE_OPEN_CREATE : 0);
+    int rc = sqlite3_open_v2(file.c_str(), &db, flags, nullptr);
+    if (rc != SQLITE_OK) {
+        Status s = error(TARVO_ERR_DATA_DIR, "cannot open " + file + ": " +
+                                                 (db ? sqlite3_errmsg(db) : sqlite3_errstr(rc)));
+        sqlite3_close(db);
+        return s;
+    }
+    auto opened = std::make_unique<SqliteStore>(db, file, options);
+    Status s = opened->init(create);
+    if (!s.ok())
+        return s;
+    *store = std::move(opened);
+    return ok_status();
+}
+
+}  // namespace
+
+Status open_sqlite_store(const std::string &file, const StoreOptions &options,
+                         std::unique_ptr<Store> *store)
+{
+    return open_store(file, options, true, store);
+}
+
+Status open_sqlite_store_existing(const std::string &file, const StoreOptions &options,
+                                  std::unique_ptr<Store> *store)
+{
+    return open_store(file, options, false, store);
+}
+
+}  // namespace tarvo
