@@ -1,0 +1,2 @@
+# just the bind point
+/

@@ -1,0 +1,5 @@
+/
+bogus
+BOGUS
+quit
+bogus

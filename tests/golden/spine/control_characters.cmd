@@ -1,0 +1,5 @@
+/
+get	x
+
+quit
+q

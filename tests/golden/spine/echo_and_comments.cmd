@@ -1,0 +1,8 @@
+# header
+/
+
+# comment
+ #not a comment
+   
+Quit extra words
+bogus

@@ -1,0 +1,4 @@
+/
+help
+HELP extra
+q

@@ -1,0 +1,3 @@
+/
+bogus
+help x y

@@ -1,0 +1,6 @@
+/
+get "a b
+get a"b
+bogus "a b" c
+"quit"
+bogus
