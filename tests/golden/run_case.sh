@@ -38,7 +38,7 @@ case_cmd=$2
 src=$3
 store_tool=${4:-}
 
-case_dir=$(dirname "$case_cmd")
+case_dir=$(cd "$(dirname "$case_cmd")" && pwd)
 case_name=$(basename "$case_cmd" .cmd)
 base="$case_dir/$case_name"
 
@@ -90,7 +90,7 @@ if [ -f "$base.stdin" ]; then stdin="$base.stdin"; fi
 
 if [ -f "$base.prep" ]; then
     (cd "$tmp" && "${run_env[@]}" "TARVOCTL=$store_tool" "TARVOCON=$console" \
-        bash "$(cd "$case_dir" && pwd)/$case_name.prep") >/dev/null 2>&1 || {
+        bash "$case_dir/$case_name.prep") >/dev/null 2>&1 || {
         echo "golden: $base.prep failed" >&2
         exit 1
     }

@@ -1,0 +1,7 @@
+/
+cd /cfg/a
+cd /cfg/b
+cd /x
+cd /cfg/b
+cd /cfg/a -d
+q

@@ -1,0 +1,5 @@
+/
+cd /nope
+CD
+Bind x/y
+q
