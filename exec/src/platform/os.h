@@ -11,7 +11,9 @@
  * tcgetsize: the size of the terminal on `fd`. Returns 0 and fills *rows and
  *   (when cols is not null) *cols, or -1 with errno set when fd is not a
  *   terminal.
- * qn_close: close(2) retried on EINTR. Returns 0 or -1 with errno set.
+ * qn_close: close(2) that survives EINTR (Linux has released the
+ *   descriptor by then, so an interrupted close counts as done and is
+ *   not repeated). Returns 0 or -1 with errno set.
  * platform_get_process_max_rlimit_data: the largest data-segment size this
  *   process may set (the hard limit of RLIMIT_DATA; RLIM_INFINITY as
  *   0xFFFFFFFFFFFFFFFF).
