@@ -123,6 +123,7 @@ int tarvocon_find_command(const char *word)
 int tarvocon_not_available(char **tokens, uint32_t count)
 {
     assert(tokens != nullptr && count > 0);
+    (void)count;
     /* Name the command by its table word, however it was typed. */
     int index = tarvocon_find_command(tokens[0]);
     const char *word = index >= 0 ? tarvocon_command_table[index] : tokens[0];
