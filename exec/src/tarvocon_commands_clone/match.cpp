@@ -97,6 +97,7 @@ int tarvocon_check_match(char *name, tarvo_item_datatype_td datatype,
                          char *match_data, void *real_data, FILE *stream)
 {
     assert(name != NULL && match_data != NULL && stream != NULL);
+    (void)name; /* identifies the item to the caller; not printed */
     int result = 0;
     switch (datatype) {
     case TARVO_DATATYPE_DIR:
