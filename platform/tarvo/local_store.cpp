@@ -352,9 +352,10 @@ Status LocalStore::copy(const Op &op, Context &ctx)
     }
     const std::string from = dir_form(src.path);
     const std::string to = dir_form(op.target);
-    if (to.compare(0, from.size(), from) == 0)
+    // Overlapping trees would have the copy read what it has just written.
+    if (to.compare(0, from.size(), from) == 0 || from.compare(0, to.size(), to) == 0)
         return error(TARVO_ERR_BAD_ARGUMENT,
-                     "destination " + to + " lies inside the source " + from);
+                     "source " + from + " and destination " + to + " overlap");
     ScanQuery q;
     q.max_entries = CHUNK;
     q.max_bytes = 4u << 20;

@@ -1,0 +1,259 @@
+// The store under the API: damaged and foreign files, the data directory,
+// settings, the event window, injected store failures and tarvoctl.
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/wait.h>
+
+#include <fstream>
+
+#include "bind.h"
+#include "settings.h"
+#include "test_util.h"
+
+namespace {
+
+using tarvo_test::Bound;
+using tarvo_test::DataDir;
+
+int bind_code(const char *point = "/", uint32_t options = 0)
+{
+    tarvo_bind_h_td h = nullptr;
+    int rc = _tarvo_bind(&h, point, options);
+    if (!rc)
+        _tarvo_unbind(h);
+    return rc;
+}
+
+void sql(const std::string &file, const char *statement)
+{
+    sqlite3 *db = nullptr;
+    ASSERT_EQ(SQLITE_OK, sqlite3_open(file.c_str(), &db));
+    EXPECT_EQ(SQLITE_OK, sqlite3_exec(db, statement, nullptr, nullptr, nullptr)) << sqlite3_errmsg(db);
+    sqlite3_close(db);
+}
+
+TEST(Store, DamagedOrForeignFiles)
+{
+    struct Case {
+        const char *what;
+        std::function<void(const std::string &)> damage;
+        int32_t code;
+    } cases[] = {
+        {"garbage", [](const std::string &f) { std::ofstream(f) << std::string(5000, 'g'); },
+         TARVO_ERR_STORE_CORRUPT},
+        {"foreign database", [](const std::string &f) { sql(f, "CREATE TABLE x(y)"); },
+         TARVO_ERR_STORE_CORRUPT},
+        {"newer schema",
+         [](const std::string &f) {
+             ASSERT_EQ(0, bind_code());
+             sql(f, "UPDATE meta SET value='2' WHERE key='schema_version'");
+         },
+         TARVO_ERR_STORE_CORRUPT},
+        {"missing table",
+         [](const std::string &f) {
+             ASSERT_EQ(0, bind_code());
+             sql(f, "DROP TABLE locks");
+         },
+         TARVO_ERR_STORE_CORRUPT},
+        {"a directory in the way",
+         [](const std::string &f) { std::filesystem::create_directory(f); }, TARVO_ERR_DATA_DIR},
+        {"empty file", [](const std::string &f) { std::ofstream{f}; }, 0},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        DataDir dir;
+        c.damage(dir.path() + "/shared.db");
+        EXPECT_EQ(c.code, bind_code());
+        // Other planes are not affected.
+        EXPECT_EQ(0, bind_code("/", TARVO_BIND_OPTION_LOCAL_PLANE));
+    }
+}
+
+TEST(Store, DataDirectory)
+{
+    DataDir dir;
+    std::ofstream(dir.path() + "/file") << "x";
+    setenv("TARVO_DATA_DIR", (dir.path() + "/file").c_str(), 1);
+    EXPECT_EQ(TARVO_ERR_DATA_DIR, bind_code());
+    EXPECT_EQ(0, bind_code("", TARVO_BIND_OPTION_SCRATCHPAD));  // needs no directory
+    setenv("TARVO_DATA_DIR", (dir.path() + "/made/on/demand").c_str(), 1);
+    EXPECT_EQ(0, bind_code());
+    EXPECT_TRUE(std::filesystem::exists(dir.path() + "/made/on/demand/shared.db"));
+    if (!std::filesystem::exists("/var/lib/tarvo")) {
+        unsetenv("TARVO_DATA_DIR");
+        std::string home = getenv("HOME") ? getenv("HOME") : "";
+        setenv("HOME", dir.path().c_str(), 1);
+        EXPECT_EQ(0, bind_code());
+        EXPECT_TRUE(std::filesystem::exists(dir.path() + "/.local/state/tarvo/shared.db"));
+        setenv("HOME", home.c_str(), 1);
+    }
+}
+
+TEST(Store, Settings)
+{
+    DataDir dir;
+    struct Case {
+        const char *name, *value;
+        int32_t code;
+    } cases[] = {
+        {"batch_entries", "3", 0},      {"batch_entries", "0", TARVO_ERR_BAD_ARGUMENT},
+        {"batch_entries", "x", TARVO_ERR_BAD_ARGUMENT}, {"batch_bytes", "4096", 0},
+        {"event_window", "5", 0},       {"nonsense", "1", TARVO_ERR_BAD_ARGUMENT},
+        {"busy_timeout_ms", "0", 0},
+    };
+    for (const Case &c : cases)
+        EXPECT_EQ(c.code, tarvo::save_setting(dir.path(), c.name, c.value).code) << c.name;
+    tarvo::Settings s;
+    ASSERT_TRUE(tarvo::load_settings(dir.path(), &s).ok());
+    EXPECT_EQ(3u, s.batch_entries);
+    EXPECT_EQ(4096u, s.batch_bytes);
+    EXPECT_EQ(5u, s.event_window);
+    EXPECT_EQ(0u, s.busy_timeout_ms);
+
+    // The event window bounds the log.
+    {
+        Bound b;
+        for (int i = 0; i < 20; ++i)
+            ASSERT_EQ(0, b.create_u32(("/w/" + std::to_string(i)).c_str(), i));
+        tarvo::StoreStats stats;
+        ASSERT_TRUE(b.h->store->stats(&stats).ok());
+        EXPECT_EQ(5u, stats.events);
+        EXPECT_EQ(20u, stats.last_event);
+    }
+    std::ofstream(dir.path() + "/settings") << "batch_entries three\n";
+    EXPECT_EQ(TARVO_ERR_STORE_CORRUPT, bind_code());
+}
+
+// A store that fails on demand behind the API; every bind gets a fresh
+// memory store holding /f/a .. /f/e.
+class Faulty : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        tarvo::set_store_factory([this](const tarvo_bind_td &, const std::string &,
+                                        std::unique_ptr<tarvo::Store> *out) {
+            auto store = std::make_unique<tarvo::FaultStore>(tarvo::new_memory_store({}));
+            fault = store.get();
+            *out = std::move(store);
+            return tarvo::ok_status();
+        });
+        fresh();
+    }
+    void TearDown() override
+    {
+        b.reset();
+        tarvo::set_store_factory(nullptr);
+    }
+    void fresh()
+    {
+        b.reset();
+        b = std::make_unique<Bound>("/");
+        for (const char *p : {"/f/a", "/f/b", "/f/c", "/f/d", "/f/e"})
+            ASSERT_EQ(0, b->create_u32(p, 1));
+    }
+    DataDir dir;
+    tarvo::FaultStore *fault = nullptr;
+    std::unique_ptr<Bound> b;
+};
+
+TEST_F(Faulty, FailedCallsReportStoreAndChangeNothing)
+{
+    const std::vector<std::string> before = b->names("/f");
+    const std::pair<int, std::string> a_before = b->get("/f/a");
+    uint32_t v = 2;
+    struct Case {
+        const char *what;
+        std::function<int()> call;
+    } cases[] = {
+        {"create", [&] { return b->create_u32("/f/new", 1); }},
+        {"set", [&] { return tarvo_item_set(b->h, "/f/a", TARVO_DATATYPE_UINT32, &v, 4, 0); }},
+        {"delete", [&] { return tarvo_item_delete(b->h, "/f/a", 0); }},
+        {"delete all", [&] { return tarvo_item_delete(b->h, "", 0); }},
+        {"copy", [&] { return tarvo_copy(b->h, "/f", "/g", "", 0); }},
+        {"get", [&] { return b->get("/f/a").first; }},
+    };
+    for (const Case &c : cases) {
+        // Fail each store call the request makes in turn, until the request
+        // runs through without reaching the faulty call.
+        for (uint64_t n = 1;; ++n) {
+            SCOPED_TRACE(std::string(c.what) + " call " + std::to_string(n));
+            fresh();
+            uint64_t start = fault->calls();
+            fault->fail_call(n);
+            int rc = c.call();
+            fault->fail_call(0);
+            if (fault->calls() - start < n)
+                break;
+            EXPECT_EQ(TARVO_ERR_STORE, rc);
+            EXPECT_NE(std::string::npos, b->error_text(rc).find("injected")) << b->error_text(rc);
+            EXPECT_EQ(before, b->names("/f"));
+            EXPECT_EQ(a_before, b->get("/f/a"));
+            EXPECT_EQ(TARVO_ERR_NOT_FOUND, b->get("/g").first);
+        }
+    }
+}
+
+TEST_F(Faulty, ChunkFetchFailureReachesTheReader)
+{
+    tarvo_list_h_td list = nullptr;
+    ASSERT_EQ(0, tarvo_chunk_list(b->h, "/f", "", 2, &list, 0));
+    char *name;
+    tarvo_item_datatype_td dt;
+    ASSERT_EQ(0, tarvo_list_next(list, &name, &dt, nullptr));
+    ASSERT_EQ(0, tarvo_list_next(list, &name, &dt, nullptr));
+    fault->fail_all(true);
+    EXPECT_EQ(TARVO_ERR_STORE, tarvo_list_next(list, &name, &dt, nullptr));
+    fault->fail_all(false);
+    // The reader may try again: the list resumes where it stopped.
+    ASSERT_EQ(0, tarvo_list_next(list, &name, &dt, nullptr));
+    EXPECT_STREQ("c", name);
+    tarvo_list_free(list);
+}
+
+std::string run(const std::string &command, int *status)
+{
+    std::string out;
+    FILE *p = popen(command.c_str(), "r");
+    char buf[512];
+    while (p && fgets(buf, sizeof buf, p))
+        out += buf;
+    *status = p ? WEXITSTATUS(pclose(p)) : -1;
+    return out;
+}
+
+TEST(Tarvoctl, SettingsCheckAndInfo)
+{
+    const char *tool = getenv("TARVOCTL");
+    if (!tool)
+        GTEST_SKIP() << "TARVOCTL not set";
+    DataDir dir;
+    const std::string ctl = std::string(tool) + " -d " + dir.path() + " ";
+    int status = -1;
+    EXPECT_EQ("1000\n", run(ctl + "setting batch_entries", &status));
+    EXPECT_EQ(0, status);
+    EXPECT_EQ("", run(ctl + "setting batch_entries 3", &status));
+    EXPECT_EQ(0, status);
+    EXPECT_EQ("3\n", run(ctl + "setting batch_entries", &status));
+    run(ctl + "setting batch_entries -1 2>/dev/null", &status);
+    EXPECT_EQ(1, status);
+    run(ctl + "frobnicate 2>/dev/null", &status);
+    EXPECT_EQ(2, status);
+    {
+        Bound b;
+        ASSERT_EQ(0, b.create_u32("/a/b", 1));
+    }
+    EXPECT_EQ("shared: ok\nlocal: not created yet\nadmin: not created yet\n",
+              run(ctl + "check", &status));
+    EXPECT_EQ(0, status);
+    std::string info = run(ctl + "info", &status);
+    EXPECT_NE(std::string::npos, info.find("setting batch_entries 3\n")) << info;
+    EXPECT_NE(std::string::npos, info.find("1 items, 1 directories, 1 events")) << info;
+    // A directory with nothing below it is damage that check reports.
+    sql(dir.path() + "/shared.db",
+        "INSERT INTO nodes VALUES('/','lonely','/lonely/',-3,NULL)");
+    std::string report = run(ctl + "check", &status);
+    EXPECT_EQ(1, status);
+    EXPECT_NE(std::string::npos, report.find("empty directory /lonely/")) << report;
+}
+
+}  // namespace
