@@ -1,0 +1,242 @@
+// The console at a terminal: the initial bind question, prompt tags, Ctrl-C
+// and end of input at the prompt, a long typed line, help through the pager
+// "more", and quitting the pager while a command is still writing to it.
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "pty_session.h"
+
+namespace {
+
+using tarvo::test::PtyOptions;
+using tarvo::test::PtySession;
+
+// The processes (zombies included) whose parent is `parent`.
+std::vector<pid_t> ChildrenOf(pid_t parent) {
+    std::vector<pid_t> children;
+    for (const auto &entry : std::filesystem::directory_iterator("/proc")) {
+        std::string name = entry.path().filename();
+        if (name.find_first_not_of("0123456789") != std::string::npos)
+            continue;
+        std::ifstream stat(entry.path() / "stat");
+        std::string text((std::istreambuf_iterator<char>(stat)),
+                         std::istreambuf_iterator<char>());
+        size_t close = text.rfind(')');
+        if (close == std::string::npos)
+            continue;
+        char state;
+        int ppid;
+        if (sscanf(text.c_str() + close + 1, " %c %d", &state, &ppid) == 2 &&
+            ppid == parent)
+            children.push_back(std::stoi(name));
+    }
+    return children;
+}
+
+class ConsoleAtTerminal : public testing::Test {
+protected:
+    void SetUp() override {
+        char pattern[] = "/tmp/tarvocon-pty.XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        dir_ = pattern;
+    }
+    void TearDown() override { std::filesystem::remove_all(dir_); }
+
+    std::vector<std::string> Environment() const {
+        return {"TARVO_DATA_DIR=" + dir_ + "/data", "HOME=" + dir_, "LC_ALL=C",
+                std::string("PATH=") + TARVOCON_SOURCE_DIR +
+                    "/tests/golden/bin:/usr/local/bin:/usr/bin:/bin"};
+    }
+
+    std::unique_ptr<PtySession> Start(std::vector<std::string> args,
+                                      unsigned short rows = 24) {
+        PtyOptions options;
+        options.argv = {TARVOCON_CONSOLE};
+        options.argv.insert(options.argv.end(), args.begin(), args.end());
+        options.env = Environment();
+        options.cwd = dir_;
+        options.rows = rows;
+        std::string error;
+        auto session = PtySession::start(options, &error);
+        EXPECT_TRUE(session) << error;
+        return session;
+    }
+
+    // Starts the console and answers the bind question.
+    std::unique_ptr<PtySession> StartAt(const std::string &answer,
+                                        std::vector<std::string> args = {}) {
+        auto session = Start(std::move(args));
+        if (!session)
+            return session;
+        EXPECT_TRUE(session->wait_for("Please enter initial bind point>/"))
+            << session->output();
+        session->send(answer + "\r");
+        return session;
+    }
+
+    // Runs a command file with the console (no terminal) to prepare data.
+    void RunFile(const std::string &commands) {
+        std::string file = dir_ + "/prepare.cmd";
+        std::ofstream(file) << commands;
+        std::string line = "env TARVO_DATA_DIR=" + dir_ + "/data HOME=" + dir_ +
+                           " " + TARVOCON_CONSOLE + " -f " + file +
+                           " >/dev/null 2>&1";
+        ASSERT_EQ(system(line.c_str()), 0);
+    }
+
+    static void Quit(PtySession &session) {
+        session.send("quit\r");
+        auto status = session.wait_exit();
+        ASSERT_TRUE(status.has_value()) << session.output();
+        EXPECT_TRUE(status->exited);
+        EXPECT_EQ(status->code, 0);
+    }
+
+    std::string dir_;
+};
+
+TEST_F(ConsoleAtTerminal, BindQuestionAnsweredWithCfg) {
+    auto session = StartAt("cfg");
+    ASSERT_TRUE(session);
+    ASSERT_TRUE(session->wait_for(
+        "WARNING: Any modification(create/set/delete) on /cfg namespace"))
+        << session->output();
+    ASSERT_TRUE(session->wait_for("Enter 'help' or '?' for help"));
+    ASSERT_TRUE(session->wait_for("tarvocon:/cfg/> ")) << session->output();
+    Quit(*session);
+}
+
+TEST_F(ConsoleAtTerminal, PromptTags) {
+    std::string sixty = std::string(59, 'p') + "/";
+    struct {
+        std::vector<std::string> args;
+        const char *answer; // null: no question is asked
+        std::string prompt;
+    } cases[] = {
+        {{}, "", "tarvocon:/> "},
+        {{"-m"}, "a/b", "tarvocon:[m]/a/b/> "},
+        {{"-l"}, "x/", "tarvocon:[l]/x/> "},
+        {{"-a"}, "", "tarvocon:[a]/> "},
+        {{"-n", "-i"}, "", "tarvocon:[n]/> "},
+        {{"-c"}, nullptr, "tarvocon:[c]> "},
+        {{}, sixty.c_str(), "tarvocon:$" + sixty.substr(10) + "/> "},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.prompt);
+        auto session = c.answer ? StartAt(c.answer, c.args) : Start(c.args);
+        ASSERT_TRUE(session);
+        ASSERT_TRUE(session->wait_for(c.prompt)) << session->output();
+        Quit(*session);
+    }
+}
+
+TEST_F(ConsoleAtTerminal, CtrlCDiscardsTheLine) {
+    auto session = StartAt("");
+    ASSERT_TRUE(session);
+    ASSERT_TRUE(session->wait_for("tarvocon:/> "));
+    session->send("get /half/typed");
+    session->send("\x03");
+    ASSERT_TRUE(session->wait_for("tarvocon:/> ")) << session->output();
+    EXPECT_TRUE(session->running());
+    // The discarded text does not come back with the next line.
+    session->send("bogus\r");
+    ASSERT_TRUE(session->wait_for("Unrecognised command")) << session->output();
+    ASSERT_TRUE(session->wait_for("tarvocon:/> "));
+    EXPECT_EQ(session->output().find("While fetching item"), std::string::npos);
+    Quit(*session);
+}
+
+TEST_F(ConsoleAtTerminal, EndOfInputQuits) {
+    auto session = StartAt("a");
+    ASSERT_TRUE(session);
+    ASSERT_TRUE(session->wait_for("tarvocon:/a/> "));
+    session->send("\x04");
+    auto status = session->wait_exit();
+    ASSERT_TRUE(status.has_value()) << session->output();
+    EXPECT_TRUE(status->exited);
+    EXPECT_EQ(status->code, 0);
+}
+
+TEST_F(ConsoleAtTerminal, CtrlCAtTheBindQuestionEndsTheConsole) {
+    auto session = Start({});
+    ASSERT_TRUE(session);
+    ASSERT_TRUE(session->wait_for("Please enter initial bind point>/"));
+    session->send("\x03");
+    auto status = session->wait_exit();
+    ASSERT_TRUE(status.has_value()) << session->output();
+    EXPECT_TRUE(status->exited);
+    EXPECT_EQ(status->code, 0);
+    EXPECT_EQ(session->output().find("Enter 'help'"), std::string::npos);
+}
+
+TEST_F(ConsoleAtTerminal, LongTypedLineRunsItsFirst1023Characters) {
+    auto session = StartAt("", {"-v"});
+    ASSERT_TRUE(session);
+    ASSERT_TRUE(session->wait_for("tarvocon:/> "));
+    std::string typed = "cd /" + std::string(1496, 'a');
+    session->send(typed + "\r");
+    std::string path = "/" + std::string(1019, 'a') + "/";
+    ASSERT_TRUE(session->wait_for("binding to '" + path + "' with options 0x0"))
+        << session->output().substr(0, 400);
+    ASSERT_TRUE(session->wait_for("tarvocon:$" + path.substr(path.size() - 50) + "> "));
+    Quit(*session);
+}
+
+TEST_F(ConsoleAtTerminal, HelpWaitsForThePager) {
+    auto session = StartAt("");
+    ASSERT_TRUE(session);
+    ASSERT_TRUE(session->wait_for("tarvocon:/> "));
+    session->send("help\r");
+    ASSERT_TRUE(session->wait_for("--More--")) << session->output();
+    // The whole text sits in the pipe; the console waits for the pager all
+    // the same and shows no prompt while it runs.
+    session->settle();
+    EXPECT_EQ(session->take().find("tarvocon:/> "), std::string::npos);
+    for (int page = 0; page < 20; page++) {
+        session->send(" ");
+        if (session->wait_for_any({"tarvocon:/> "}, PtySession::Duration(500)) == 0)
+            break;
+    }
+    EXPECT_NE(session->output().find("quit or q or exit"), std::string::npos);
+    EXPECT_NE(session->output().find("  uint64"), std::string::npos);
+    Quit(*session);
+}
+
+TEST_F(ConsoleAtTerminal, QuittingThePagerEarlyAbandonsTheCommand) {
+    // 300 values of 900 characters: far more than a pipe holds, so the
+    // console is still writing when the pager is quit.
+    std::string commands = "/\n";
+    std::string value(900, 'v');
+    for (int i = 0; i < 300; i++)
+        commands += "create /big/s" + std::to_string(1000 + i) + " string " + value + "\n";
+    RunFile(commands);
+
+    auto session = StartAt("");
+    ASSERT_TRUE(session);
+    ASSERT_TRUE(session->wait_for("tarvocon:/> "));
+    session->send("datalist /big/\r");
+    ASSERT_TRUE(session->wait_for("--More--")) << session->output().substr(0, 2000);
+    session->send("q");
+    ASSERT_TRUE(session->wait_for("tarvocon:/> ")) << session->take();
+    EXPECT_TRUE(session->running());
+    // The next command works normally, and the abandoned one left nothing
+    // behind that prints later.
+    session->send("cd /big\r");
+    ASSERT_TRUE(session->wait_for("tarvocon:/big/> ")) << session->take();
+    session->settle();
+    EXPECT_EQ(session->take().find("vvvv"), std::string::npos);
+    // The pager was reaped: the console has no child, running or zombie.
+    EXPECT_EQ(ChildrenOf(session->pid()), std::vector<pid_t>{});
+    Quit(*session);
+}
+
+} // namespace
