@@ -161,7 +161,9 @@ FILE *tarvocon_popen_w(char *const proc_argv[])
 
     int fds[2];
     if (pipe2(fds, O_CLOEXEC) != 0) {
-        printf("Unable to create piping subproc: %s\n", strerror(errno));
+        int error = errno;
+        printf("Unable to create piping subproc: %s\n", strerror(error));
+        errno = error;
         return nullptr;
     }
     /* The child writes to the same descriptors: what we printed comes first. */
@@ -170,10 +172,13 @@ FILE *tarvocon_popen_w(char *const proc_argv[])
     const int fd_map[3] = {fds[0], fileno(stdout), fileno(stderr)};
     pid_t pid = spawnp(proc_argv[0], 3, fd_map, nullptr, proc_argv, environ);
     if (pid < 0) {
+        /* Callers report errno (perror): keep the reason of the failure. */
+        int error = errno;
         printf("Error spawning process '%s': %s\n", proc_argv[0],
-               strerror(errno));
+               strerror(error));
         qn_close(fds[0]);
         qn_close(fds[1]);
+        errno = error;
         return nullptr;
     }
 
@@ -185,14 +190,16 @@ FILE *tarvocon_popen_w(char *const proc_argv[])
     tarvocon_pager_fd = fds[1];
     FILE *stream = fopencookie(&tarvocon_child, "w", TARVOCON_CHILD_IO);
     if (stream == nullptr) {
+        int error = errno;
         printf("Error associating a stream with file descriptor : %s\n",
-               strerror(errno));
+               strerror(error));
         /* Let the child see the end of its input and leave no zombie. */
         tarvocon_pager_running = 0;
         qn_close(fds[1]);
         tarvocon_child_wait();
         qn_close(fds[0]);
         tarvocon_child_reset();
+        errno = error;
         return nullptr;
     }
     tarvocon_child.stream = stream;
@@ -218,12 +225,15 @@ int tarvocon_pclose(FILE *stream)
     /* From here on the child's end no longer abandons the command. */
     tarvocon_pager_running = 0;
     int result = fclose(stream);
+    int error = errno;
     /* The write end is closed: the child sees the end of its input. Waiting
      * for its process id does not depend on when SIGCHLD comes. */
     tarvocon_child_wait();
     if (tarvocon_child.read_fd >= 0)
         qn_close(tarvocon_child.read_fd);
     tarvocon_child_reset();
+    if (result != 0)
+        errno = error; /* callers turn a failed close into its errno */
     return result;
 }
 
