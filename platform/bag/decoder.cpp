@@ -449,12 +449,11 @@ private:
 
 } // namespace
 
-} // namespace tarvo_bag
+namespace {
 
-using namespace tarvo_bag;
-
-extern "C" int bag_generic_init(const bag_td *bag, uint32_t length,
-                                bag_generic_h_td *handle)
+/* The registry lookup is the caller's: null `given` means the global one. */
+int start_decoder(const RegisteredBag *given, const bag_td *bag, uint32_t length,
+                  bag_generic_h_td *handle)
 {
     if (bag == nullptr || handle == nullptr)
         return BAG_ERR_BAD_ARGUMENT;
@@ -469,11 +468,13 @@ extern "C" int bag_generic_init(const bag_td *bag, uint32_t length,
     if (!d)
         return BAG_ERR_NO_MEMORY;
     if (header.encoding == BAG_ENCODING_XDR) {
-        const RegisteredBag *registered = nullptr;
-        int rc = Registry::global().find(header.type_name, header.major,
-                                         header.minor, &registered);
-        if (rc != 0)
-            return rc;
+        const RegisteredBag *registered = given;
+        if (registered == nullptr) {
+            int rc = Registry::global().find(header.type_name, header.major,
+                                             header.minor, &registered);
+            if (rc != 0)
+                return rc;
+        }
         d->schema = registered->schema;
         d->frames.push_back(
             Frame{FrameKind::Struct, registered->declaration->type, nullptr});
@@ -488,6 +489,24 @@ extern "C" int bag_generic_init(const bag_td *bag, uint32_t length,
     d->max_tokens = length;
     *handle = d.release();
     return 0;
+}
+
+} // namespace
+
+int decode_init_registered(const RegisteredBag &bag, const bag_td *data,
+                           uint32_t length, bag_generic_h_td *handle)
+{
+    return start_decoder(&bag, data, length, handle);
+}
+
+} // namespace tarvo_bag
+
+using namespace tarvo_bag;
+
+extern "C" int bag_generic_init(const bag_td *bag, uint32_t length,
+                                bag_generic_h_td *handle)
+{
+    return start_decoder(nullptr, bag, length, handle);
 }
 
 extern "C" int bag_generic_token(bag_generic_h_td *handle, bag_token_td *token)

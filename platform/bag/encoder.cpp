@@ -415,6 +415,17 @@ bag_encode_context_td *new_context()
 
 } // namespace
 
+int encode_init_registered(const RegisteredBag &bag, bag_encoder_td **encoder)
+{
+    auto *enc = new (std::nothrow) bag_encoder_td;
+    if (enc == nullptr)
+        return BAG_ERR_NO_MEMORY;
+    enc->schema = bag.schema;
+    enc->declaration = bag.declaration;
+    *encoder = enc;
+    return 0;
+}
+
 } // namespace tarvo_bag
 
 using namespace tarvo_bag;
@@ -430,13 +441,7 @@ extern "C" int bag_generic_encode_init(const char *type_name, uint32_t major,
     int rc = Registry::global().find(type_name, major, minor, &bag);
     if (rc != 0)
         return rc;
-    auto *enc = new (std::nothrow) bag_encoder_td;
-    if (enc == nullptr)
-        return BAG_ERR_NO_MEMORY;
-    enc->schema = bag->schema;
-    enc->declaration = bag->declaration;
-    *encoder = enc;
-    return 0;
+    return encode_init_registered(*bag, encoder);
 }
 
 extern "C" int bag_generic_encode_get_context(bag_encoder_td *encoder,

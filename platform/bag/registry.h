@@ -20,6 +20,7 @@
 #include <tuple>
 #include <vector>
 
+#include "platform/bag.h"
 #include "schema.h"
 
 namespace tarvo_bag {
@@ -54,6 +55,14 @@ private:
     std::vector<std::string> seen_file_names_;
     std::string diagnostics_;
 };
+
+/* An encoder, or a decoder of an XDR bag, for a bag type given directly
+ * rather than found in the global registry (tools, tests, fuzzing). The
+ * schema is shared with them. Results as bag_generic_encode_init and
+ * bag_generic_init. */
+int encode_init_registered(const RegisteredBag &bag, bag_encoder_td **encoder);
+int decode_init_registered(const RegisteredBag &bag, const bag_td *data,
+                           uint32_t length, bag_generic_h_td *handle);
 
 } // namespace tarvo_bag
 
