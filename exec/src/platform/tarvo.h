@@ -16,8 +16,10 @@
  * Ownership: values returned by tarvo_item_get and tarvo_item_get_inh are
  * heap memory the caller frees with free(). Lists are released with their
  * own free routine; the names and values a list hands out stay valid until
- * the list is freed. Prepared error texts are freed by the caller with
- * free().
+ * the list is freed, except in chunked lists, which keep only the current
+ * chunk and the one before it: there an entry stays valid at least until the
+ * following call of the list's _next routine. Prepared error texts are freed
+ * by the caller with free().
  *
  * Batches: one list request delivers at most a bounded batch (about 1000
  * entries or 1 MiB of values; a store setting can lower it). When the batch

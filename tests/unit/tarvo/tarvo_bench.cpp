@@ -90,9 +90,13 @@ int main(int argc, char **argv)
     std::printf("create: %lu items in %.2f s (%.0f per second), peak RSS %ld KiB\n", n, t, n / t,
                 peak_kib());
     _tarvo_unbind(h);
+    std::fflush(stdout);
     pid_t pid = fork();
-    if (pid == 0)
-        _exit(list_all(n));
+    if (pid == 0) {
+        int rc = list_all(n);
+        std::fflush(stdout);
+        _exit(rc);
+    }
     int status = 0;
     waitpid(pid, &status, 0);
     return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
