@@ -73,10 +73,14 @@ Status run(tarvo_bind_td *bind, Op op, bool atomic, ApplyResult *result)
     if (!s.ok() || result->failures.empty())
         return s;
     const OpFailure &first = result->failures.front();
+    if (result->failures.size() == 1 && result->changes == 0)
+        return first.status;
+    // Some items were written: the text says how many, and names the first
+    // refusal.
     return error(first.status.code,
-                 std::to_string(result->failures.size()) + " item(s) failed, " +
-                     std::to_string(result->changes) + " changed; first " +
-                     (first.status.detail.empty() ? first.path : first.status.detail));
+                 (first.status.detail.empty() ? first.path : first.status.detail) + " (" +
+                     std::to_string(result->failures.size()) + " refused, " +
+                     std::to_string(result->changes) + " written)");
 }
 
 Status run(tarvo_bind_td *bind, Op op)
