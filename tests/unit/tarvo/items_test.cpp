@@ -41,6 +41,8 @@ struct WriteCase {
 TEST_F(Items, CreateAndSetErrors)
 {
     const std::string u32("\1\0\0\0", 4);
+    // "TBAG", encoding 1, version 1.0, a 4-byte body, type name "abc".
+    const std::string good_bag("TBAG\0\0\0\1\0\0\0\1\0\0\0\0\0\0\0\4\0\0\0\3abc\0body", 32);
     const WriteCase cases[] = {
         {"new item", "new", U32, u32, false, 0, TARVO_ERR_NOT_FOUND, 0},
         {"existing item", "u32", U32, u32, false, TARVO_ERR_EXISTS, 0, 0},
@@ -75,6 +77,15 @@ TEST_F(Items, CreateAndSetErrors)
         {"string with inner NUL", "n10", STR, std::string("a\0b\0", 4), false,
          TARVO_ERR_BAD_VALUE, TARVO_ERR_BAD_VALUE, TARVO_ERR_BAD_VALUE},
         {"empty string", "n11", STR, std::string("\0", 1), false, 0, TARVO_ERR_NOT_FOUND, 0},
+        {"bag with a header", "n14", BAG, good_bag, false, 0, TARVO_ERR_NOT_FOUND, 0},
+        {"bag cut short", "n15", BAG, good_bag.substr(0, good_bag.size() - 1), false,
+         TARVO_ERR_BAD_VALUE, TARVO_ERR_BAD_VALUE, TARVO_ERR_BAD_VALUE},
+        {"empty packed", "n16", TARVO_DATATYPE_PACKED, "", false, TARVO_ERR_BAD_VALUE,
+         TARVO_ERR_BAD_VALUE, TARVO_ERR_BAD_VALUE},
+#ifdef TARVO_TEST_HAVE_TUPLE
+        {"packed garbage", "n17", TARVO_DATATYPE_PACKED, "garbage!", false, TARVO_ERR_BAD_VALUE,
+         TARVO_ERR_BAD_VALUE, TARVO_ERR_BAD_VALUE},
+#endif
         {"bag without header", "n12", BAG, "garbage", false, TARVO_ERR_BAD_VALUE,
          TARVO_ERR_BAD_VALUE, TARVO_ERR_BAD_VALUE},
         {"null value", "n13", U32, "", true, TARVO_ERR_BAD_ARGUMENT, TARVO_ERR_BAD_ARGUMENT,
@@ -481,3 +492,31 @@ TEST(Handles, AbortsAndVerificationSwitches)
 }
 
 }  // namespace
+
+#ifdef TARVO_TEST_HAVE_TUPLE
+#include "platform/tuple.h"
+
+namespace {
+
+TEST(PackedValues, AWellFormedTupleIsStored)
+{
+    tarvo_test::DataDir dir;
+    tarvo_test::Bound b;
+    tuple_arg args[2];
+    args[0].u32 = 7;
+    args[1].str = const_cast<char *>("seven");
+    tuple_buf *t = tuple_packv(0, 0, 0xFFFFFFFF, "%d%s", args);
+    ASSERT_NE(nullptr, t);
+    uint32_t size = tuple_size(t);
+    EXPECT_EQ(0, tarvo_item_create(b.h, "/p", TARVO_DATATYPE_PACKED, t, size, 0, 0));
+    // One byte too many is no longer exactly one tuple.
+    std::string longer(reinterpret_cast<const char *>(t), size);
+    longer += '\0';
+    EXPECT_EQ(TARVO_ERR_BAD_VALUE, tarvo_item_set(b.h, "/p", TARVO_DATATYPE_PACKED, longer.data(),
+                                                  longer.size(), 0));
+    tuple_free(t);
+    EXPECT_EQ(TARVO_DATATYPE_PACKED, b.get("/p").first);
+}
+
+}  // namespace
+#endif
