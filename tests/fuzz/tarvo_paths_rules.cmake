@@ -1,0 +1,1 @@
+tarvo_fuzz_target(NAME tarvo_paths_rules SOURCES tarvo_paths_rules_fuzz.cpp LIBS tarvo_core)
