@@ -1,0 +1,173 @@
+// The bag dialogue at a terminal: prompts for versions, selections and
+// values, a selection out of range asked again, help and completion keys
+// that only show the prompt again, ^C abandoning the dialogue (nothing is
+// stored and the console goes on), and the stored bag shown by get.
+#include <gtest/gtest.h>
+
+#include <stdlib.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "pty_session.h"
+
+namespace {
+
+using tarvo::test::PtyOptions;
+using tarvo::test::PtySession;
+
+const char PROMPT[] = "tarvocon:/> ";
+const char WHICH[] = "Which number (or ^C to quit):";
+
+class BagDialogueAtTerminal : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        char pattern[] = "/tmp/tarvocon-bagpty.XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        dir_ = pattern;
+        PtyOptions options;
+        options.argv = {TARVOCON_CONSOLE};
+        options.env = {"TARVO_DATA_DIR=" + dir_ + "/data", "HOME=" + dir_, "LC_ALL=C",
+                       std::string("TARVO_BAG_PATH=") + TARVOCON_SOURCE_DIR +
+                           "/tests/golden/schemas",
+                       std::string("PATH=") + TARVOCON_SOURCE_DIR +
+                           "/tests/golden/bin:/usr/local/bin:/usr/bin:/bin"};
+        options.cwd = dir_;
+        std::string error;
+        session_ = PtySession::start(options, &error);
+        ASSERT_TRUE(session_) << error;
+        ASSERT_TRUE(session_->wait_for("Please enter initial bind point>/"));
+        session_->send("\r");
+        ASSERT_TRUE(session_->wait_for(PROMPT)) << session_->output();
+    }
+
+    void TearDown() override
+    {
+        if (session_) {
+            session_->send("quit\r");
+            auto status = session_->wait_exit();
+            EXPECT_TRUE(status && status->exited && status->code == 0) << session_->output();
+        }
+        std::filesystem::remove_all(dir_);
+    }
+
+    // get shows its output through the pager; this leaves it.
+    void LeavePager()
+    {
+        ASSERT_TRUE(session_->wait_for("--More--")) << session_->output();
+        session_->send("q");
+        ASSERT_TRUE(session_->wait_for(PROMPT)) << session_->output();
+    }
+
+    // Waits for `text`, then types `answer` and Enter.
+    void Answer(const std::string &text, const std::string &answer)
+    {
+        ASSERT_TRUE(session_->wait_for(text)) << "waiting for " << text << "\n"
+                                              << session_->output();
+        session_->send(answer + "\r");
+    }
+
+    std::string dir_;
+    std::unique_ptr<PtySession> session_;
+};
+
+TEST_F(BagDialogueAtTerminal, EntersABagStepByStep)
+{
+    session_->send("create b bag g_record\r");
+    ASSERT_TRUE(session_->wait_for("Major version> "));
+    session_->send("?"); // help at a dialogue prompt only shows it again
+    ASSERT_TRUE(session_->wait_for("Major version> ")) << session_->output();
+    session_->send("1\r");
+    Answer("Minor version> ", "0");
+
+    ASSERT_TRUE(session_->wait_for("1. UnionChoice addr: (value 0) \r\n"
+                                   "2. UnionChoice addr: (value 1) \r\n"
+                                   "3. UnionChoice addr: (value 2) \r\n"))
+        << session_->output();
+    Answer(WHICH, "9"); // out of range: asked again
+    Answer(WHICH, "2");
+    ASSERT_TRUE(session_->wait_for(" -->INADDRT v4: \r\n"));
+    Answer("Enter IPv4 address value (or ^C to stop):", "10.0.0.7");
+    ASSERT_TRUE(session_->wait_for("2. PointerChoice port: (value 1) \r\n"));
+    Answer(WHICH, "1");
+    ASSERT_TRUE(session_->wait_for("1. UINT8 tail: \r\n2. End of bag\r\n"));
+    Answer(WHICH, "2");
+    ASSERT_TRUE(session_->wait_for("Item b successfully created")) << session_->output();
+    ASSERT_TRUE(session_->wait_for(PROMPT));
+
+    session_->send("get b\r");
+    ASSERT_TRUE(session_->wait_for("[bag (len 48)] \t'b' (g_record v1.0 XDR)\r\n"
+                                   "  [union choice]\t00000001\r\n"
+                                   "  [in_addr_t (len 4)]\t'v4'\t10.0.0.7\r\n"
+                                   "  [pointer choice]\t00000000\r\n"
+                                   "[end bag]\r\n"))
+        << session_->output();
+    LeavePager();
+}
+
+TEST_F(BagDialogueAtTerminal, CtrlCAbandonsTheDialogueAtEveryKindOfPrompt)
+{
+    struct Case {
+        std::vector<std::pair<std::string, std::string>> answers;
+        std::string interrupted_at;
+    } cases[] = {
+        {{}, "Major version> "},
+        {{{"Major version> ", "1"}, {"Minor version> ", "0"}}, WHICH},
+        {{{"Major version> ", "1"}, {"Minor version> ", "0"}, {WHICH, "3"}},
+         "Enter string value (or ^C to stop):"},
+        {{{"Major version> ", "1"}, {"Minor version> ", "0"}, {WHICH, "2"},
+          {"Enter IPv4 address value (or ^C to stop):", "1.2.3.4"}, {WHICH, "2"}},
+         "Enter integer value (or ^C to stop):"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.interrupted_at);
+        session_->send("create x bag g_record\r");
+        for (const auto &[text, answer] : c.answers)
+            Answer(text, answer);
+        if (c.interrupted_at == "Enter integer value (or ^C to stop):") {
+            ASSERT_TRUE(session_->wait_for(" -->BeginScope port: \r\n"));
+            ASSERT_TRUE(session_->wait_for(" -->UINT16 number: \r\n"));
+        }
+        ASSERT_TRUE(session_->wait_for(c.interrupted_at)) << session_->output();
+        session_->send("half typed\x03");
+        ASSERT_TRUE(session_->wait_for(PROMPT)) << session_->output();
+        EXPECT_TRUE(session_->running());
+        session_->send("get x\r");
+        ASSERT_TRUE(session_->wait_for("While fetching item x")) << session_->output();
+        LeavePager();
+    }
+    EXPECT_EQ(session_->output().find("successfully created"), std::string::npos);
+}
+
+TEST_F(BagDialogueAtTerminal, OpaqueAnswersAreAskedAgainUntilAccepted)
+{
+    session_->send("create s bag g_scalars\r");
+    Answer("Major version> ", "1");
+    Answer("Minor version> ", "0");
+    const std::vector<std::string> numbers = {"1", "2", "3", "4", "5", "6", "7", "8"};
+    for (const std::string &n : numbers)
+        Answer("Enter integer value (or ^C to stop):", n);
+    Answer("Enter IPv4 address value (or ^C to stop):", "127.0.0.1");
+    Answer("Enter integer value (or ^C to stop):", "1");
+    Answer("Enter integer value (or ^C to stop):", "0");
+    Answer("Enter string value (or ^C to stop):", "x");
+    Answer("Enter string value (or ^C to stop):", "y");
+    const std::string opaque =
+        "Enter opaque value as hex (ff12...) or \"string\" (or ^C to stop):";
+    Answer(opaque, "abc");        // odd digit count
+    Answer(opaque, "0a 0b 0c 0d 0e"); // five bytes, four at most
+    Answer(opaque, "0a0B");
+    Answer(opaque, "\"a\"");      // one byte, two needed
+    Answer(opaque, "\"ok\"");
+    ASSERT_TRUE(session_->wait_for("Item s successfully created")) << session_->output();
+    ASSERT_TRUE(session_->wait_for(PROMPT));
+    session_->send("get s\r");
+    ASSERT_TRUE(session_->wait_for("[opaque (len 2)]\t'raw'\t(0A0B)\r\n"
+                                   "  [opaque (len 2)]\t'tag'\t(6F6B)\r\n"))
+        << session_->output();
+    LeavePager();
+}
+
+} // namespace
