@@ -257,16 +257,6 @@ std::string PtySession::take() {
     return fresh;
 }
 
-std::vector<std::string> PtySession::screen() {
-    return render_screen(output(), rows_, cols_);
-}
-
-std::string PtySession::cursor_line() {
-    int row = 0;
-    std::vector<std::string> rows = render_screen(output(), rows_, cols_, &row);
-    return rows[static_cast<size_t>(row)];
-}
-
 bool PtySession::resize(unsigned short rows, unsigned short cols) {
     winsize size{};
     size.ws_row = rows;

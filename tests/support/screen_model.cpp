@@ -212,4 +212,16 @@ std::vector<std::string> render_screen(std::string_view output, unsigned short r
     return screen.rows();
 }
 
+// Here rather than in pty_session.cpp so that a test program that never
+// looks at the screen can build the session alone.
+std::vector<std::string> PtySession::screen() {
+    return render_screen(output(), rows_, cols_);
+}
+
+std::string PtySession::cursor_line() {
+    int row = 0;
+    std::vector<std::string> rows = render_screen(output(), rows_, cols_, &row);
+    return rows[static_cast<size_t>(row)];
+}
+
 } // namespace tarvo::test

@@ -26,11 +26,14 @@
  *   points at the memory that receives argument i (usually at the slot
  *   itself). Stores each argument there: 32-bit integers in 4 bytes, 64-bit
  *   integers in 8 bytes, addresses in 4 bytes (network order), strings as a
- *   heap pointer (freed by the caller with free; null when absent). *mask
- *   receives the presence mask. `format` is the extracted format with its
- *   string conversions written "S". Returns 0, or TUPLE_ERR_CORRUPT /
- *   TUPLE_ERR_FORMAT when the tuple or format is bad (nothing is then left
- *   allocated).
+ *   heap pointer (freed by the caller with free; null when absent; an
+ *   empty string is a static "" that is not freed, so callers free exactly
+ *   the strings whose length is not zero). Absent integers are stored as 0.
+ *   *mask receives the presence mask. `format` is the extracted format with
+ *   its string conversions written "S" (or "s"); its conversions must be
+ *   those of the tuple. Returns 0, or TUPLE_ERR_CORRUPT / TUPLE_ERR_FORMAT
+ *   when the tuple or format is bad, TUPLE_ERR_NO_MEMORY (nothing is then
+ *   left allocated).
  * tuple_free: releases a tuple from tuple_packv (null is ignored).
  *
  * No function keeps state; all are thread-safe. Decoding arbitrary bytes
