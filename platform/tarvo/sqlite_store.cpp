@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 
 #include <chrono>
+#include <thread>
 #include <unordered_map>
 
 #include "local_store.h"
@@ -226,8 +227,17 @@ Status SqliteStore::init(bool create)
     sqlite3_busy_timeout(db_, options_.busy_timeout_ms);
     sqlite3_extended_result_codes(db_, 1);
     // journal_mode needs to read the file header: a file that is not a
-    // database fails here with SQLITE_NOTADB.
-    Status s = exec("PRAGMA journal_mode=WAL", "journal mode");
+    // database fails here with SQLITE_NOTADB. Switching a new file to WAL
+    // while another process does the same can fail with SQLITE_BUSY at once,
+    // without the busy handler, to avoid a deadlock; such a switch is retried
+    // for as long as the busy timeout allows.
+    Status s;
+    for (int waited = 0;; waited += 10) {
+        s = exec("PRAGMA journal_mode=WAL", "journal mode");
+        if (s.code != TARVO_ERR_BUSY || waited >= options_.busy_timeout_ms)
+            break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
     if (s.ok())
         s = exec("PRAGMA synchronous=NORMAL", "synchronous");
     if (!s.ok())

@@ -72,3 +72,42 @@ TEST(Processes, ConcurrentWritersLoseNothing)
 }
 
 }  // namespace
+
+namespace {
+
+// The first binds to a fresh data directory race to create the store file
+// and its schema; every one of them must succeed.
+TEST(Processes, SimultaneousFirstBinds)
+{
+    tarvo_test::DataDir dir;
+    std::vector<pid_t> children;
+    for (int id = 0; id < 6; ++id) {
+        pid_t pid = fork();
+        ASSERT_GE(pid, 0);
+        if (pid == 0) {
+            tarvo_bind_h_td h = nullptr;
+            int rc = _tarvo_bind(&h, "/", TARVO_BIND_OPTION_ADMIN_PLANE);
+            uint32_t v = id;
+            std::string path = "/first/" + std::to_string(id);
+            if (!rc)
+                rc = tarvo_item_create(h, path.c_str(), TARVO_DATATYPE_UINT32, &v, 4, 0, 0);
+            if (rc) {
+                char *text = nullptr;
+                if (h)
+                    tarvo_prepare_error_string(h, rc, &text);
+                fprintf(stderr, "child %d: %x %s\n", id, rc, text ? text : "");
+            }
+            _exit(rc ? 1 : 0);
+        }
+        children.push_back(pid);
+    }
+    for (pid_t pid : children) {
+        int status = 0;
+        ASSERT_EQ(pid, waitpid(pid, &status, 0));
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    }
+    tarvo_test::Bound b("/first", TARVO_BIND_OPTION_ADMIN_PLANE);
+    EXPECT_EQ(6u, b.names("").size());
+}
+
+}  // namespace
