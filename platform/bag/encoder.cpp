@@ -82,7 +82,9 @@ public:
     int run(const bag_encode_context_td &ctx, std::vector<Alt> &alts)
     {
         alts_ = &alts;
-        explore(ctx.frames, {}, ctx.body.size(), ctx.depth);
+        Frames frames = ctx.frames;
+        Ops ops;
+        explore(frames, ops, ctx.body.size(), ctx.depth);
         if (alts.empty())
             return BAG_ERR_TOO_DEEP;
         if (steps_ > MAX_STEPS) {
@@ -112,7 +114,10 @@ private:
 
     bool over_budget() { return ++steps_ > MAX_STEPS; }
 
-    void explore(Frames frames, Ops ops, std::size_t size, uint32_t depth)
+    /* The walk from a position. It takes over `frames` and `ops` (copies
+     * are made only where paths part), so that leaving many unscoped frames
+     * in a row costs no copying. */
+    void explore(Frames &frames, Ops &ops, std::size_t size, uint32_t depth)
     {
         if (over_budget())
             return;
@@ -176,11 +181,12 @@ private:
         }
         if (top.index < array->size) { /* another element */
             Frames more = frames;
+            Ops more_ops = ops;
             more.back().index++;
-            start(more, ops, size, depth, array->element, top.name, Role::Element);
+            start(more, more_ops, size, depth, top.type->element, top.name, Role::Element);
         }
         /* or the array ends here: its count word gets the element count */
-        Op patch{top.count_offset, top.index, true};
+        Op patch{frames.back().count_offset, frames.back().index, true};
         frames.pop_back();
         ops.push_back(patch);
         explore(frames, ops, size, depth);

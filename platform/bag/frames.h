@@ -18,7 +18,7 @@ namespace tarvo_bag {
 constexpr uint32_t MAX_DEPTH = 64;
 /* Frames also grow without scopes (optional data inside unions); bound them
  * too so that no bag can make the walker use unbounded memory. */
-constexpr std::size_t MAX_FRAMES = 4096;
+constexpr std::size_t MAX_FRAMES = 1024;
 
 /* Bits of bag_token_td.flags, the library's own. */
 constexpr uint32_t FLAG_CHOICE = 0x80000000u; /* low 24 bits: choice index */

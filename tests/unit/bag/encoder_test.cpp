@@ -375,3 +375,45 @@ TEST(Encoder, RefusesBagsWithMoreTokensThanBytes)
 }
 
 } // namespace
+
+namespace {
+
+/* Optional data inside a union nests without scopes; the walk is bounded by
+ * the frame limit instead, and a long chain still ends and decodes. */
+TEST(Encoder, UnscopedNestingIsBoundedToo)
+{
+    auto descend = [](Encoder &enc, int levels) {
+        for (int i = 0; i < levels; ++i) {
+            int rc = 0;
+            Choices c = enc.choices(&rc);
+            if (rc != 0)
+                return rc;
+            EXPECT_EQ(c.size(), 2u);
+            EXPECT_EQ(enc.take(0), 0);    /* more = TRUE */
+            if (enc.take(1) != 0)         /* next present */
+                return -1;
+        }
+        return 0;
+    };
+    Encoder deep("link_chain", 1, 0);
+    int rc = descend(deep, 2000);
+    EXPECT_EQ(rc, BAG_ERR_TOO_DEEP);
+    /* two frames and two tokens per level, 1024 frames at most */
+    EXPECT_GT(deep.taken().size(), 1000u);
+    EXPECT_LE(deep.taken().size(), 1026u);
+
+    Encoder chain("link_chain", 1, 0);
+    ASSERT_EQ(descend(chain, 400), 0);
+    ASSERT_EQ(chain.choices(), (Choices{"UNION next 1", "UNION next 0"}));
+    ASSERT_EQ(chain.take(1), 0);
+    ASSERT_EQ(chain.choices(), Choices{"VOID"});
+    ASSERT_EQ(chain.take(0), 0);
+    ASSERT_EQ(chain.choices(), Choices{"END"});
+    std::vector<uint8_t> bag;
+    ASSERT_EQ(chain.finish(bag), 0);
+    std::vector<std::string> expected = chain.taken();
+    expected.push_back("END");
+    EXPECT_EQ(bagtest::decode(bag), expected);
+}
+
+} // namespace
