@@ -403,10 +403,12 @@ static int tarvocon_packed_display_kind(const char *p, int *kind)
     }
 }
 
-/* Shows the arguments of an unpacked tuple; kinds receives each argument's
- * kind so that the caller can free the strings the display did not. */
+/* Shows the arguments of an unpacked tuple; kinds and lengths receive each
+ * argument's kind and string length so that the caller can free the strings
+ * the display did not. */
 static void tarvocon_walk_packed(const char *format, tuple_arg *args,
-                                 uint32_t mask, int *kinds, FILE *stream)
+                                 uint32_t mask, int *kinds, uint32_t *lengths,
+                                 FILE *stream)
 {
     tarvocon_packed_walk_td walk = {};
     walk.showing = 1;
@@ -442,6 +444,7 @@ static void tarvocon_walk_packed(const char *format, tuple_arg *args,
             stop_after = !tarvocon_packed_string_length(&walk, &length);
         }
         kinds[index] = kind;
+        lengths[index] = length;
         if (walk.showing) {
             int present = (mask >> index) & 1u;
             tarvocon_page_print_packed_value(kind, &args[index], length,
@@ -475,10 +478,13 @@ void tarvocon_page_print_packed(tuple_buf *packed_tuple, FILE *stream)
         return;
     }
     int kinds[TARVOCON_MAX_PACKED_ARGS] = {0};
-    tarvocon_walk_packed(format, args, mask, kinds, stream);
+    uint32_t lengths[TARVOCON_MAX_PACKED_ARGS] = {0};
+    tarvocon_walk_packed(format, args, mask, kinds, lengths, stream);
+    /* Strings after the display stopped. An empty string is the tuple
+     * library's shared empty text and is never freed. */
     for (int i = 0; i < TARVOCON_MAX_PACKED_ARGS; i++) {
-        if (kinds[i] == TARVOCON_PACKED_STRING) {
-            free(args[i].str); /* those not freed by the display */
+        if (kinds[i] == TARVOCON_PACKED_STRING && lengths[i] != 0) {
+            free(args[i].str);
         }
     }
     free(format);
