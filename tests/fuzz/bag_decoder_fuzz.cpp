@@ -96,8 +96,10 @@ struct Kept {
 
 int decode(const std::vector<uint8_t> &bag, std::vector<Kept> &kept)
 {
+    static const uint8_t no_bytes = 0;
+    const uint8_t *bytes = bag.empty() ? &no_bytes : bag.data();
     bag_generic_h_td h = nullptr;
-    int rc = bag_generic_init(reinterpret_cast<const bag_td *>(bag.data()),
+    int rc = bag_generic_init(reinterpret_cast<const bag_td *>(bytes),
                               uint32_t(bag.size()), &h);
     if (rc != 0) {
         check(h == nullptr);
