@@ -128,7 +128,8 @@ TEST_F(ConsoleAtTerminal, PromptTags) {
         {{"-a"}, "", "tarvocon:[a]/> "},
         {{"-n", "-i"}, "", "tarvocon:[n]/> "},
         {{"-c"}, nullptr, "tarvocon:[c]> "},
-        {{}, sixty.c_str(), "tarvocon:$" + sixty.substr(10) + "/> "},
+        // "/" and 59 characters and "/": the prompt shows the last 50.
+        {{}, sixty.c_str(), "tarvocon:$" + sixty.substr(10) + "> "},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.prompt);
@@ -201,11 +202,20 @@ TEST_F(ConsoleAtTerminal, HelpWaitsForThePager) {
     // the same and shows no prompt while it runs.
     session->settle();
     EXPECT_EQ(session->take().find("tarvocon:/> "), std::string::npos);
-    for (int page = 0; page < 20; page++) {
+    // Page to the end; "more" stays at its "(END)" mark until it is quit,
+    // and only then does the prompt come back.
+    int seen = -1;
+    for (int page = 0; page < 20 && seen != 0; page++) {
         session->send(" ");
-        if (session->wait_for_any({"tarvocon:/> "}, PtySession::Duration(500)) == 0)
-            break;
+        seen = session->wait_for_any({"(END)", "tarvocon:/> "},
+                                     PtySession::Duration(2000));
+        ASSERT_NE(seen, 1) << "prompt before the pager ended";
     }
+    ASSERT_EQ(seen, 0) << session->output();
+    session->settle();
+    EXPECT_EQ(session->take().find("tarvocon:/> "), std::string::npos);
+    session->send("q");
+    ASSERT_TRUE(session->wait_for("tarvocon:/> ")) << session->take();
     EXPECT_NE(session->output().find("quit or q or exit"), std::string::npos);
     EXPECT_NE(session->output().find("  uint64"), std::string::npos);
     Quit(*session);
