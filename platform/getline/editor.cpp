@@ -7,6 +7,9 @@
 //   Ctrl-C       discards the line                  GETLINE_DISCARD
 //   Ctrl-D       end of input on an empty line, else deletes under the cursor
 //   Ctrl-V       inserts the next key as it is (a literal "?" or TAB)
+//   Ctrl-Z, Ctrl-\ stop / quit the program (sent by the editor: the
+//                terminal's signal keys are off while a line is edited)
+// Why each piece is there: docs/line-editor.md.
 
 #include <platform/getline.h>
 
@@ -38,7 +41,7 @@ constexpr int HISTORY_SIZE = 1000;
 
 class Editor final : public Reader {
 public:
-    Editor(FILE *out) : out_(out) {}
+    explicit Editor(FILE *out) : out_(out) {}
     ~Editor() override {
         if (el_ != nullptr) {
             // el_end would reset the terminal with TCSAFLUSH and so throw
