@@ -116,14 +116,17 @@ bool Editor::init() {
     // makes a signal; Ctrl-Z and Ctrl-\ send theirs from the editor.
     el_set(el_, EL_SETTY, "-d", "-isig", nullptr);
 
-    el_set(el_, EL_ADDFN, "tarvo-complete", "hand the line back for completion",
-           &Editor::complete_key);
-    el_set(el_, EL_ADDFN, "tarvo-help", "hand the line back for help", &Editor::help_key);
-    el_set(el_, EL_ADDFN, "tarvo-discard", "discard the line", &Editor::discard_key);
-    el_set(el_, EL_ADDFN, "tarvo-eof", "end of input on an empty line", &Editor::eof_key);
-    el_set(el_, EL_ADDFN, "tarvo-suspend", "stop the program", &Editor::suspend_key);
-    el_set(el_, EL_ADDFN, "tarvo-quit", "quit the program", &Editor::quit_key);
-    el_set(el_, EL_ADDFN, "tarvo-prefill", "insert the pre-filled line", &Editor::prefill_key);
+    // The wide call keeps the (static) names as given; the narrow one
+    // copies them and never frees the copies.
+    el_wset(el_, EL_ADDFN, L"tarvo-complete", L"hand the line back for completion",
+            &Editor::complete_key);
+    el_wset(el_, EL_ADDFN, L"tarvo-help", L"hand the line back for help", &Editor::help_key);
+    el_wset(el_, EL_ADDFN, L"tarvo-discard", L"discard the line", &Editor::discard_key);
+    el_wset(el_, EL_ADDFN, L"tarvo-eof", L"end of input on an empty line", &Editor::eof_key);
+    el_wset(el_, EL_ADDFN, L"tarvo-suspend", L"stop the program", &Editor::suspend_key);
+    el_wset(el_, EL_ADDFN, L"tarvo-quit", L"quit the program", &Editor::quit_key);
+    el_wset(el_, EL_ADDFN, L"tarvo-prefill", L"insert the pre-filled line",
+            &Editor::prefill_key);
     el_set(el_, EL_BIND, "^I", "tarvo-complete", nullptr);
     el_set(el_, EL_BIND, "?", "tarvo-help", nullptr);
     el_set(el_, EL_BIND, "^C", "tarvo-discard", nullptr);
