@@ -106,12 +106,18 @@ TEST(PtySession, CleansUpTheChildAndWhatItStarted) {
         EXPECT_EQ(kill(grandchild, 0), 0);
     }  // the session ends here with both processes still running
     unlink(pid_file.c_str());
-    // The grandchild was killed; it is now a zombie of init or gone.
-    std::ifstream stat("/proc/" + std::to_string(grandchild) + "/stat");
-    std::string pid, name;
-    char state = 'X';
-    stat >> pid >> name >> state;
-    EXPECT_TRUE(!stat || state == 'Z' || state == 'X') << state;
+    // The grandchild was sent SIGKILL; within moments it is a zombie of
+    // init or gone.
+    char state = 'R';
+    for (int i = 0; i < 200 && state != 'Z' && state != 'X'; ++i) {
+        std::ifstream stat("/proc/" + std::to_string(grandchild) + "/stat");
+        std::string pid, name;
+        if (!(stat >> pid >> name >> state))
+            state = 'X';
+        else if (state != 'Z')
+            usleep(10000);
+    }
+    EXPECT_TRUE(state == 'Z' || state == 'X') << state;
 }
 
 } // namespace
