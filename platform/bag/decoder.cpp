@@ -155,7 +155,7 @@ private:
 
     int start_union(bag_token_td &tok, const Type *u, const char *name)
     {
-        uint32_t raw;
+        uint32_t raw = 0;
         if (!d_.in.get_u32(raw))
             return BAG_ERR_TRUNCATED;
         const Type *d = u->discriminant.type;
@@ -180,7 +180,7 @@ private:
 
     int start_optional(bag_token_td &tok, const Type *t, const char *name)
     {
-        uint32_t present;
+        uint32_t present = 0;
         if (!d_.in.get_u32(present))
             return BAG_ERR_TRUNCATED;
         if (present > 1)
@@ -222,14 +222,14 @@ private:
             t->kind == Kind::OpaqueFixed)
             return read_bytes(tok, t);
         if (t->kind == Kind::IPv4) {
-            const uint8_t *p;
-            bool padding_ok;
+            const uint8_t *p = nullptr;
+            bool padding_ok = false;
             if (!d_.in.get_bytes(4, &p, &padding_ok))
                 return BAG_ERR_TRUNCATED;
             std::memcpy(&tok.value.u32, p, 4);
             return 0;
         }
-        uint32_t raw;
+        uint32_t raw = 0;
         if (!d_.in.get_u32(raw))
             return BAG_ERR_TRUNCATED;
         int32_t s = int32_t(raw);
@@ -279,8 +279,8 @@ private:
             if (n > t->size)
                 return BAG_ERR_CORRUPT;
         }
-        const uint8_t *p;
-        bool padding_ok;
+        const uint8_t *p = nullptr;
+        bool padding_ok = false;
         if (!d_.in.get_bytes(n, &p, &padding_ok))
             return BAG_ERR_TRUNCATED;
         if (!padding_ok)
@@ -333,9 +333,9 @@ public:
 
     int next(bag_token_td &tok)
     {
-        uint32_t type, name_length, value_length;
-        const uint8_t *name, *value;
-        bool padding_ok, value_padding_ok;
+        uint32_t type = 0, name_length = 0, value_length = 0;
+        const uint8_t *name = nullptr, *value = nullptr;
+        bool padding_ok = false, value_padding_ok = false;
         if (!d_.in.get_u32(type) || !d_.in.get_u32(name_length))
             return BAG_ERR_TRUNCATED;
         if (name_length > BAG_MAX_TYPE_NAME)

@@ -27,7 +27,7 @@ int parse_header(const uint8_t *bag, uint32_t length, Header &header)
         return BAG_ERR_TRUNCATED;
 
     XdrReader in(bag + 4, length - 4);
-    uint32_t encoding, major, minor, body_length, name_length;
+    uint32_t encoding = 0, major = 0, minor = 0, body_length = 0, name_length = 0;
     in.get_u32(encoding);
     in.get_u32(major);
     in.get_u32(minor);
