@@ -224,8 +224,7 @@ int tarvocon_delete(char **tokens, uint32_t count)
     for (uint32_t i = 1; i < count; i++) {
         if (tokens[i][0] != '-') {
             /* A later name replaces an earlier one; long names are cut. */
-            strncpy(name, tokens[i], sizeof name);
-            name[sizeof name - 1] = '\0';
+            snprintf(name, sizeof name, "%s", tokens[i]);
         } else if (tarvocon_delete_option(tokens[i], &flags) != 0) {
             vel_printmsg(tarvocon_msg_sc_badformat(), VEL_SEVERITY_WARNING);
             return 1;
