@@ -2,12 +2,8 @@
 
 #include <cstring>
 
-#ifdef TARVO_HAVE_TUPLE
-#include "platform/tuple.h"
-#endif
-#ifdef TARVO_HAVE_BAG
 #include "platform/bag.h"
-#endif
+#include "platform/tuple.h"
 
 namespace tarvo {
 namespace {
@@ -39,31 +35,17 @@ Status check_string(std::string_view value)
 
 Status check_packed(std::string_view value)
 {
-#ifdef TARVO_HAVE_TUPLE
     if (tuple_check(value.data(), static_cast<uint32_t>(value.size())) != 0)
         return error(TARVO_ERR_BAD_VALUE, "the packed value is not a well-formed tuple");
-#else
-    // TODO(tuple library): tuple_check() once platform/tuple is in the build;
-    // until then only emptiness is refused.
-    if (value.empty())
-        return error(TARVO_ERR_BAD_VALUE, "empty packed value");
-#endif
     return ok_status();
 }
 
 Status check_bag(std::string_view value)
 {
-#ifdef TARVO_HAVE_BAG
     bag_header_info_td info;
     if (bag_header_info(reinterpret_cast<const bag_td *>(value.data()),
                         static_cast<uint32_t>(value.size()), &info) != 0)
         return error(TARVO_ERR_BAD_VALUE, "the bag value has no valid header");
-#else
-    // TODO(bag library): bag_header_info() once platform/bag is in the build;
-    // until then only emptiness is refused.
-    if (value.empty())
-        return error(TARVO_ERR_BAD_VALUE, "empty bag value");
-#endif
     return ok_status();
 }
 

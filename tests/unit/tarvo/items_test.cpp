@@ -82,10 +82,8 @@ TEST_F(Items, CreateAndSetErrors)
          TARVO_ERR_BAD_VALUE, TARVO_ERR_BAD_VALUE, TARVO_ERR_BAD_VALUE},
         {"empty packed", "n16", TARVO_DATATYPE_PACKED, "", false, TARVO_ERR_BAD_VALUE,
          TARVO_ERR_BAD_VALUE, TARVO_ERR_BAD_VALUE},
-#ifdef TARVO_TEST_HAVE_TUPLE
         {"packed garbage", "n17", TARVO_DATATYPE_PACKED, "garbage!", false, TARVO_ERR_BAD_VALUE,
          TARVO_ERR_BAD_VALUE, TARVO_ERR_BAD_VALUE},
-#endif
         {"bag without header", "n12", BAG, "garbage", false, TARVO_ERR_BAD_VALUE,
          TARVO_ERR_BAD_VALUE, TARVO_ERR_BAD_VALUE},
         {"null value", "n13", U32, "", true, TARVO_ERR_BAD_ARGUMENT, TARVO_ERR_BAD_ARGUMENT,
@@ -493,7 +491,6 @@ TEST(Handles, AbortsAndVerificationSwitches)
 
 }  // namespace
 
-#ifdef TARVO_TEST_HAVE_TUPLE
 #include "platform/tuple.h"
 
 namespace {
@@ -519,4 +516,3 @@ TEST(PackedValues, AWellFormedTupleIsStored)
 }
 
 }  // namespace
-#endif
