@@ -128,8 +128,15 @@ FILE *tarvocon_popen_w(char *const proc_argv[]);
 int tarvocon_pclose(FILE *stream);
 void tarvocon_sigchld_handler(int signal_number);
 /* Called by the loop after a jump to the resume point: releases what the
- * abandoned child left behind. */
+ * abandoned child left behind, and runs the releases still held. */
 void tarvocon_pager_abandoned(void);
+/* A command that writes an object's contents to a child holds the object's
+ * release while it does, so that quitting the pager early (which abandons
+ * the command) does not leak it; it lets go once it released the object
+ * itself. At most TARVOCON_PAGER_HOLDS objects are held at once. */
+#define TARVOCON_PAGER_HOLDS 4
+void tarvocon_pager_hold(void (*release)(void *), void *object);
+void tarvocon_pager_let_go(void *object);
 
 /* ---- Values (tarvocon_clone/values.cpp) ---- */
 int tarvocon_get_datatype(char *description, tarvo_item_datatype_td *datatype);

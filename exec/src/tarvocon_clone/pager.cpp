@@ -58,6 +58,23 @@ struct tarvocon_child_td {
 
 tarvocon_child_td tarvocon_child = {0, 0, 0, -1, -1, 0, nullptr, {}};
 
+/* Releases owed by the command that is writing to the child. */
+struct tarvocon_hold_td {
+    void (*release)(void *);
+    void *object;
+};
+
+tarvocon_hold_td tarvocon_holds[TARVOCON_PAGER_HOLDS];
+
+void tarvocon_run_holds(void)
+{
+    for (auto &hold : tarvocon_holds) {
+        if (hold.object != nullptr)
+            hold.release(hold.object);
+        hold = {nullptr, nullptr};
+    }
+}
+
 void tarvocon_child_reset(void)
 {
     tarvocon_child.pid = 0;
@@ -237,8 +254,31 @@ int tarvocon_pclose(FILE *stream)
     return result;
 }
 
+void tarvocon_pager_hold(void (*release)(void *), void *object)
+{
+    assert(release != nullptr && object != nullptr);
+    for (auto &hold : tarvocon_holds) {
+        if (hold.object == nullptr) {
+            hold = {release, object};
+            return;
+        }
+    }
+    assert(!"more pager holds than TARVOCON_PAGER_HOLDS");
+}
+
+void tarvocon_pager_let_go(void *object)
+{
+    for (auto &hold : tarvocon_holds) {
+        if (hold.object == object)
+            hold = {nullptr, nullptr};
+    }
+}
+
 void tarvocon_pager_abandoned(void)
 {
+    /* The jump leaves only from the pipe's write window, so the client is
+     * not inside a call and what the command held can be released. */
+    tarvocon_run_holds();
     if (tarvocon_child.stream == nullptr)
         return;
     /* tarvocon_pager_fd was closed by the loop; the stream must neither

@@ -224,6 +224,11 @@ int tarvocon_get_inh(char **tokens, uint32_t count)
     return tarvocon_with_stream(tokens, count, tarvocon_get_inh_body);
 }
 
+static void tarvocon_release_get_items(void *list)
+{
+    tarvo_datalist_free(static_cast<tarvo_datalist_h_td>(list));
+}
+
 static int tarvocon_get_items_body(char **tokens, uint32_t count,
                                    FILE *stream)
 {
@@ -254,7 +259,12 @@ static int tarvocon_get_items_body(char **tokens, uint32_t count,
                      tokens[1], errcode_strerror(rc));
         result = 1;
     } else {
+        /* Held while shown: quitting the pager early abandons the command. */
+        tarvocon_pager_hold(tarvocon_release_get_items, list);
+        tarvocon_pager_hold(free, names);
         tarvocon_datalist_display(list, count - 2);
+        tarvocon_pager_let_go(names);
+        tarvocon_pager_let_go(list);
         tarvo_datalist_free(list);
     }
     free(names);

@@ -208,12 +208,36 @@ static int tarvocon_remember_last(const tarvocon_list_request_td *request,
     return 0;
 }
 
+static void tarvocon_release_list(void *list)
+{
+    tarvo_list_free(static_cast<tarvo_list_h_td>(list));
+}
+
+static void tarvocon_release_datalist(void *list)
+{
+    tarvo_datalist_free(static_cast<tarvo_datalist_h_td>(list));
+}
+
+/* While a batch is shown its release is held by the pager, so a pager quit
+ * early (which abandons the command) does not leak it. */
+static void tarvocon_hold_batch(tarvocon_list_batch_td *batch)
+{
+    if (batch->list != NULL) {
+        tarvocon_pager_hold(tarvocon_release_list, batch->list);
+    }
+    if (batch->datalist != NULL) {
+        tarvocon_pager_hold(tarvocon_release_datalist, batch->datalist);
+    }
+}
+
 static void tarvocon_free_batch(tarvocon_list_batch_td *batch)
 {
     if (batch->list != NULL) {
+        tarvocon_pager_let_go(batch->list);
         tarvo_list_free(batch->list);
     }
     if (batch->datalist != NULL) {
+        tarvocon_pager_let_go(batch->datalist);
         tarvo_datalist_free(batch->datalist);
     }
     batch->list = NULL;
@@ -245,6 +269,7 @@ static int tarvocon_list_batch(const tarvocon_list_request_td *request,
         tarvocon_free_batch(&batch);
         return 1;
     }
+    tarvocon_hold_batch(&batch);
     int result = request->datalist
                      ? tarvocon_datalist_display(batch.datalist, batch.count)
                      : tarvocon_list_display(batch.list, batch.count);
