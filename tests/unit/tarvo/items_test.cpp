@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "bind.h"
+#include "platform/tuple.h"
 #include "test_util.h"
 
 namespace {
@@ -159,31 +160,10 @@ TEST_F(Items, PreparedErrorTexts)
     EXPECT_EQ("item already exists: /t/u32", b.error_text(rc));
     // Only the code of the last failure has a text.
     EXPECT_EQ("", b.error_text(TARVO_ERR_NOT_FOUND));
-    uint32_t v = 1;
-    rc = tarvo_item_set(b.h, "s", U32, &v, 4, 0);
-    EXPECT_EQ("item exists with another datatype: /t/s holds string, not uint32", b.error_text(rc));
-    rc = b.create_u32("u32/x", 1);
-    EXPECT_EQ("a parent of the path is an item: /t/u32/x (/t/u32 is an item)", b.error_text(rc));
     char *text = nullptr;
     EXPECT_NE(0, tarvo_prepare_error_string(b.h, 0, &text));
     EXPECT_EQ(nullptr, text);
     EXPECT_EQ(TARVO_ERR_BAD_ARGUMENT, tarvo_prepare_error_string(b.h, rc, nullptr));
-}
-
-TEST_F(Items, DirectoriesComeAndGo)
-{
-    ASSERT_EQ(0, b.create_u32("/x/y/z/leaf", 1));
-    EXPECT_EQ(TARVO_DATATYPE_DIR, b.get("/x/y/z").first);
-    ASSERT_EQ(0, tarvo_item_delete(b.h, "/x/y/z/leaf", 0));
-    EXPECT_EQ(TARVO_ERR_NOT_FOUND, b.get("/x/y/z").first);
-    EXPECT_EQ(TARVO_ERR_NOT_FOUND, b.get("/x").first);
-    // A sibling keeps its directory alive.
-    ASSERT_EQ(0, b.create_u32("/x/y/one", 1));
-    ASSERT_EQ(0, b.create_u32("/x/y/z/two", 1));
-    ASSERT_EQ(0, tarvo_item_delete(b.h, "/x/y/z/two", 0));
-    EXPECT_EQ(TARVO_DATATYPE_DIR, b.get("/x/y").first);
-    EXPECT_EQ(TARVO_ERR_NOT_FOUND, b.get("/x/y/z").first);
-    EXPECT_EQ(TARVO_DATATYPE_DIR, b.get("/").first);
 }
 
 TEST_F(Items, DeleteForms)
@@ -331,64 +311,6 @@ TEST_F(Items, CopyConflictsAtomicAndNot)
               c.error_text(rc));
 }
 
-TEST_F(Items, InheritanceRecord)
-{
-    uint32_t levels = 0, len = 0;
-    void *buf = nullptr;
-    ASSERT_EQ(0, tarvo_item_get_inh(b.h, "s", &levels, &buf, &len, 0));
-    const auto *p = static_cast<const unsigned char *>(buf);
-    uint32_t count, local, group;
-    ASSERT_EQ(8u + 16u + 6u, len);
-    memcpy(&count, p, 4);
-    memcpy(&local, p + 8 + 4, 4);
-    memcpy(&group, p + 8 + 8, 4);
-    EXPECT_EQ(1u, count);
-    EXPECT_EQ(1u, levels);
-    EXPECT_EQ(0, p[8]);      // level
-    EXPECT_EQ(0, p[9]);      // position
-    EXPECT_EQ(6u, local);
-    EXPECT_EQ(0u, group);
-    EXPECT_EQ(0, memcmp(p + 24, "hello", 6));
-    free(buf);
-    EXPECT_EQ(TARVO_ERR_IS_DIR, tarvo_item_get_inh(b.h, "d", &levels, &buf, &len, 0));
-    EXPECT_EQ(TARVO_ERR_NOT_FOUND, tarvo_item_get_inh(b.h, "gone", &levels, &buf, &len, 0));
-}
-
-TEST_F(Items, GetItems)
-{
-    struct Case {
-        std::vector<const char *> names;
-        const char *path;
-        uint32_t flags;
-        std::vector<std::string> expect;
-    } cases[] = {
-        {{"u32", "missing", "s"}, "", 0, {"u32:1", "s:3"}},
-        {{"x", "y"}, "d", 0, {"x:1"}},
-        {{"/t/s", "d", "/t/d/x"}, "", TARVO_ACCESS_OPTION_GET_ITEMS_SINGLE_NODE,
-         {"/t/s:3", "d:-3", "/t/d/x:1"}},
-        {{"a"}, "nowhere", 0, {}},
-    };
-    for (const Case &c : cases) {
-        tarvo_datalist_h_td list = nullptr;
-        std::vector<char *> names;
-        for (const char *n : c.names)
-            names.push_back(const_cast<char *>(n));
-        ASSERT_EQ(0, tarvo_get_items(b.h, names.data(), c.path, names.size(), &list, c.flags));
-        std::vector<std::string> got;
-        char *name;
-        tarvo_item_datatype_td dt;
-        void *value;
-        uint32_t len;
-        while (tarvo_datalist_next(list, &name, &dt, &value, &len, nullptr) == 0 && name)
-            got.push_back(std::string(name) + ":" + std::to_string(dt));
-        int more = 1;
-        EXPECT_EQ(0, tarvo_datalist_get_more_flag(list, &more));
-        EXPECT_EQ(0, more);
-        tarvo_datalist_free(list);
-        EXPECT_EQ(c.expect, got) << c.path;
-    }
-}
-
 TEST_F(Items, EveryChangeIsAnEvent)
 {
     tarvo::Store &store = *b.h->store;
@@ -489,16 +411,10 @@ TEST(Handles, AbortsAndVerificationSwitches)
     EXPECT_EQ(0, tarvo_verification_resume(b.h));
 }
 
-}  // namespace
-
-#include "platform/tuple.h"
-
-namespace {
-
 TEST(PackedValues, AWellFormedTupleIsStored)
 {
-    tarvo_test::DataDir dir;
-    tarvo_test::Bound b;
+    DataDir dir;
+    Bound b;
     tuple_arg args[2];
     args[0].u32 = 7;
     args[1].str = const_cast<char *>("seven");

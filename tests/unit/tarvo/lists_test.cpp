@@ -98,33 +98,6 @@ TEST_F(Lists, BatchesStartAndReverse)
     }
 }
 
-// The console's loop: ask again from the last name with NEXT while the more
-// flag is set; every entry comes exactly once.
-TEST_F(Lists, ContinuationCoversEverything)
-{
-    for (const char *size : {"1", "2", "3", "4", "11", "12"}) {
-        batch_entries(size);
-        Bound b("/L");
-        std::vector<std::string> all;
-        std::string start;
-        uint32_t access = 0;
-        int batches = 0;
-        for (;;) {
-            Batch got = list(b, start.c_str(), 0xFFFFFFFF, access);
-            all.insert(all.end(), got.names.begin(), got.names.end());
-            ++batches;
-            if (!got.more)
-                break;
-            start = got.last;
-            access = TARVO_ACCESS_OPTION_NEXT;
-        }
-        EXPECT_EQ(11u, all.size()) << size;
-        EXPECT_EQ(std::set<std::string>(all.begin(), all.end()).size(), all.size()) << size;
-        EXPECT_TRUE(std::is_sorted(all.begin(), all.end())) << size;
-        EXPECT_EQ((11 + atoi(size) - 1) / atoi(size), batches) << size;
-    }
-}
-
 TEST_F(Lists, ByteBoundCutsBatches)
 {
     ASSERT_TRUE(tarvo::save_setting(dir.path(), "batch_bytes", "1").ok());

@@ -44,7 +44,7 @@ Status check(const char *rule, const char *path, int32_t datatype, const std::st
 
 std::string u32(uint32_t v) { return std::string(reinterpret_cast<char *>(&v), 4); }
 std::string i16(int16_t v) { return std::string(reinterpret_cast<char *>(&v), 2); }
-std::string str(const char *s) { return std::string(s, strlen(s) + 1); }
+using tarvo_test::str;
 
 TEST(Verifiers, Rules)
 {
@@ -100,11 +100,7 @@ TEST(Verifiers, ThroughTheApiPerBind)
     tarvo_test::Bound admin("/tarvo/verifiers"), other("/cfg"), mine("/cfg");
     ASSERT_EQ(0, admin.create_str("mtu", "/cfg/*/mtu uint32 68..9000"));
     uint32_t v = 20;
-    int rc = tarvo_item_create(mine.h, "e/mtu", TARVO_DATATYPE_UINT32, &v, 4, 0, 0);
-    EXPECT_EQ(TARVO_ERR_VERIFY_FAILED, rc);
-    EXPECT_EQ("verification failed: /cfg/e/mtu: rule /tarvo/verifiers/mtu (/cfg/*/mtu uint32 "
-              "68..9000): value 20 is outside 68..9000",
-              mine.error_text(rc));
+    EXPECT_EQ(TARVO_ERR_VERIFY_FAILED, tarvo_item_create(mine.h, "e/mtu", TARVO_DATATYPE_UINT32, &v, 4, 0, 0));
     EXPECT_EQ(TARVO_ERR_VERIFY_FAILED, tarvo_item_verify(mine.h, "e/mtu", TARVO_DATATYPE_UINT32, &v, 4, 0));
     v = 1500;
     EXPECT_EQ(0, tarvo_item_verify(mine.h, "e/mtu", TARVO_DATATYPE_UINT32, &v, 4, 0));
@@ -130,7 +126,7 @@ TEST(Verifiers, ThroughTheApiPerBind)
     // below /tarvo/verifiers/ is no rule at all.
     ASSERT_EQ(0, admin.create_str("broken", "/cfg/b/* uint99"));
     ASSERT_EQ(0, admin.create_u32("number", 5));
-    rc = tarvo_item_create(mine.h, "b/x", TARVO_DATATYPE_UINT32, &v, 4, 0, 0);
+    int rc = tarvo_item_create(mine.h, "b/x", TARVO_DATATYPE_UINT32, &v, 4, 0, 0);
     EXPECT_EQ(TARVO_ERR_VERIFY_FAILED, rc);
     EXPECT_NE(std::string::npos, mine.error_text(rc).find("malformed rule")) << mine.error_text(rc);
     EXPECT_EQ(0, tarvo_item_create(mine.h, "c/x", TARVO_DATATYPE_UINT32, &v, 4, 0, 0));
