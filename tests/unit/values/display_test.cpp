@@ -46,36 +46,21 @@ std::string print_item(const ItemCase &c)
     return out.str();
 }
 
-TEST(PrintItem, EveryDatatypeWithAValue)
+// The everyday datatypes and values are shown by the golden item cases;
+// these are the lengths and codes a command line cannot produce.
+TEST(PrintItem, Table)
 {
     const ItemCase cases[] = {
-        {"uint32", 1, 0, le(305419896, 4), 4,
-         "[uint32 (len 4)] \t'a'  305419896 (0x12345678)\n"},
         {"uint32 max", 1, 0, le(0xFFFFFFFF, 4), 4,
          "[uint32 (len 4)] \t'a' 4294967295 (0xFFFFFFFF)\n"},
-        {"uint64", 2, 0, le(0x0123456789ABCDEFull, 8), 8,
-         "[uint64 (len 8)] \t'a' 0x0123456789ABCDEF\n"},
-        {"string", 3, 0, text("hello", 6), 6,
-         "[string (len 6)] \t'a' \"hello\"\n"},
         {"string cut by length", 3, 0, text("hello", 6), 3,
          "[string (len 3)] \t'a' \"hel\"\n"},
         {"string cut by NUL", 3, 0, text("he\0llo", 7), 7,
          "[string (len 7)] \t'a' \"he\"\n"},
-        {"int8 0x80", 8, 0, le(0x80, 1), 1,
-         "[int8 (len 1)] \t\t'a' -128 (0x80)\n"},
         {"int8 -1", 8, 0, le(0xFF, 1), 1,
          "[int8 (len 1)] \t\t'a'  -1 (0xFF)\n"},
-        {"uint8", 9, 0, le(7, 1), 1, "[uint8 (len 1)] \t'a'   7 (0x07)\n"},
-        {"int16 -2", 10, 0, le(0xFFFE, 2), 2,
-         "[int16 (len 2)] \t'a'    -2 (0xFFFE)\n"},
-        {"uint16", 11, 0, le(65535, 2), 2,
-         "[uint16 (len 2)] \t'a' 65535 (0xFFFF)\n"},
-        {"int32 -1", 12, 0, le(0xFFFFFFFF, 4), 4,
-         "[int32 (len 4)] \t'a'         -1 (0xFFFFFFFF)\n"},
         {"int32 min", 12, 0, le(0x80000000, 4), 4,
          "[int32 (len 4)] \t'a' -2147483648 (0x80000000)\n"},
-        {"int64 min", 13, 0, le(0x8000000000000000ull, 8), 8,
-         "[int64 (len 8)] \t'a' -9223372036854775808\n"},
         {"int64 small", 13, 0, le(42, 8), 8, "[int64 (len 8)] \t'a' 42\n"},
         // longer than the width: the width is read from the start and the
         // length printed as given
@@ -86,43 +71,16 @@ TEST(PrintItem, EveryDatatypeWithAValue)
          "[uint32 (len 2)] \t'a'       4660 (0x00001234)\n"},
         {"int64 in 1 byte", 13, 0, le(0xFF, 1), 1,
          "[int64 (len 1)] \t'a' 255\n"},
-    };
-    for (const ItemCase &c : cases) {
-        SCOPED_TRACE(c.what);
-        EXPECT_EQ(print_item(c), c.expected);
-    }
-}
-
-TEST(PrintItem, ValuelessAndAbsentValues)
-{
-    const ItemCase cases[] = {
-        {"dir", -3, 0, {}, 0, "[dir]\t\t\t'a'\n"},
+        // no value to show
         {"dir with bytes", -3, 0, le(1, 4), 4, "[dir]\t\t\t'a'\n"},
         {"external item", -2, 0, {}, 0, "[external item]\t\t'a'\n"},
         {"external dir", -1, 0, {}, 0, "[external dir]\t\t'a'\n"},
-        {"uint32", 1, 0, {}, 0, "[uint32] \t\t'a'\n"},
-        {"uint64", 2, 0, {}, 0, "[uint64] \t\t'a'\n"},
         {"string length 0", 3, 0, text("x", 2), 0, "[string] \t\t'a'\n"},
         {"string null value", 3, 0, {}, 5, "[string] \t\t'a'\n"},
         {"packed", 5, 0, {}, 0, "[packed] \t\t'a'\n"},
         {"bag", 7, 0, {}, 0, "[bag] \t\t\t'a'\n"},
-        {"int8", 8, 0, {}, 0, "[int8] \t\t\t'a'\n"},
-        {"uint8", 9, 0, {}, 0, "[uint8] \t\t'a'\n"},
-        {"int16", 10, 0, {}, 0, "[int16] \t\t'a'\n"},
-        {"uint16", 11, 0, {}, 0, "[uint16] \t\t'a'\n"},
-        {"int32", 12, 0, {}, 0, "[int32] \t\t'a'\n"},
-        {"int64", 13, 0, {}, 0, "[int64] \t\t'a'\n"},
         {"code 6", 6, 0, {}, 0, "[unknown] \t\t'a'\n"},
-    };
-    for (const ItemCase &c : cases) {
-        SCOPED_TRACE(c.what);
-        EXPECT_EQ(print_item(c), c.expected);
-    }
-}
-
-TEST(PrintItem, EventPrefixesUseTheFirstBitSet)
-{
-    const ItemCase cases[] = {
+        // event prefixes use the first bit set
         {"set", 1, TARVO_EVENT_SET, le(305419896, 4), 4,
          "SET    [uint32 (len 4)] \t'a'  305419896 (0x12345678)\n"},
         {"create and set", 1, TARVO_EVENT_CREATE | TARVO_EVENT_SET,
@@ -152,18 +110,6 @@ std::string dump(int datatype, const std::vector<unsigned char> &value,
     return out.str();
 }
 
-TEST(DumpItem, SeventeenBytesMakeTwoPaddedLines)
-{
-    std::vector<unsigned char> bytes = text("0123456789ABCDEF\n", 17);
-    std::string expected =
-        "[string (len 17)] \t'n'\n"
-        "00000000 : 30 31 32 33 34 35 36 37 38 39 41 42 43 44 45 46 : "
-        "0123456789ABCDEF\n"
-        "00000010 : 0A " +
-        std::string(45, ' ') + ": ." + std::string(15, ' ') + "\n";
-    EXPECT_EQ(dump(3, bytes, 17), expected);
-}
-
 TEST(DumpItem, HeadersByDatatype)
 {
     struct Case {
@@ -172,18 +118,15 @@ TEST(DumpItem, HeadersByDatatype)
         std::string header;
     };
     const Case cases[] = {
-        {1, true, "[uint32 (len 4)] \t'n'\n"},
         {2, true, "[uint64 (len 4)] \t'n'\n"},
         {5, true, "[packed (len 4)] \t'n'\n"},
         {7, true, "[bag (len 4)] \t'n'\n"},
-        {10, true, "[unknown (len 4)] \t'n'\n"}, // int16 has no dump label
         {13, true, "[unknown (len 4)] \t'n'\n"},
         {0, true, "[unknown (len 4)] \t'n'\n"},
         {1, false, "[uint32] \t\t'n'\n"},
         {3, false, "[string] \t\t'n'\n"},
         {7, false, "[bag] \t\t\t'n'\n"},
         {8, false, "[unknown] \t\t'n'\n"},
-        {-3, false, "[dir]\t\t\t'n'\n"},
         {-2, true, "[external item]\t\t'n'\n"},
         {-1, false, "[external dir]\t\t'n'\n"},
     };
@@ -231,32 +174,12 @@ TEST(CheckMatch, VerdictsByDatatype)
     const std::string not_recognised =
         "[Tarvocon] Tarvo returned unrecognised datatype (";
     const MatchCase cases[] = {
-        {"dir, anything", -3, "whatever", {}, 0, "Match success\n", ""},
-        {"uint32 equal", 1, "0x5", le(5, 4), 0, "Match success\n", ""},
-        {"uint32 differs", 1, "6", le(5, 4), 1,
-         "Values did not match. Tarvo value 0x5. Your value 0x6\n", ""},
-        {"uint32 bad token", 1, "zz", le(0xAB, 4), TARVOCON_ERR_BAD_VALUE,
-         "Values did not match. Tarvo value 0xab. Your value zz\n", ""},
         {"uint32 out of range", 1, "4294967296", le(1, 4),
          TARVOCON_ERR_BAD_VALUE,
          "Values did not match. Tarvo value 0x1. Your value 4294967296\n",
          ""},
-        {"uint64 equal", 2, "4294967297", le(0x100000001ull, 8), 0,
-         "Match success\n", ""},
-        // each half printed with %x: the user's high half 0 shows as "0"
-        {"uint64 halves", 2, "0x11", le(0x100000001ull, 8), 1,
-         "Values did not match. Tarvo value 0x11. Your value 0x011\n", ""},
-        {"uint64 bad token", 2, "-1", le(0x1234567800000009ull, 8),
-         TARVOCON_ERR_BAD_VALUE,
-         "Values did not match. Tarvo value 0x123456789. Your value -1\n",
-         ""},
-        {"string equal", 3, "abc", text("abc", 4), 0, "Match success\n", ""},
-        {"string differs", 3, "abd", text("abc", 4), 1,
-         "Values did not match. Tarvo value \"abc\". Your value \"abd\"\n",
-         ""},
         {"string prefix", 3, "ab", text("abc", 4), 1,
          "Values did not match. Tarvo value \"abc\". Your value \"ab\"\n", ""},
-        {"int32", 12, "1", le(1, 4), 1, "", not_recognised + "12)\n"},
         {"bag", 7, "1", le(1, 4), 1, "", not_recognised + "7)\n"},
         {"external item", -2, "1", {}, 1, "",
          not_recognised + "4294967294)\n"},

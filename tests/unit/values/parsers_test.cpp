@@ -96,10 +96,12 @@ const ParseCase CASES[] = {
     {U16, "65535", true, 65535},
     {U16, "65536", false, 0},
     {U16, "0xffff", true, 65535},
+    {U16, "0x10000", false, 0},
     {U8, "255", true, 255},
     {U8, "256", false, 0},
     {U8, "0377", true, 255},
     {U8, "0400", false, 0},
+    {U8, "0x100", false, 0},
     {U8, "+5", false, 0},
     // signed 64
     {I64, "-9223372036854775808", true, INT64_MIN},
@@ -124,15 +126,19 @@ const ParseCase CASES[] = {
     {I32, "2147483647", true, INT32_MAX},
     {I32, "2147483648", false, 0},
     {I32, "0xFFFFFFFF", false, 0},
+    {I32, "0x80000000", false, 0},
     {I32, "-0x80000000", true, INT32_MIN},
     {I16, "-0x8000", true, -32768},
     {I16, "0x8000", false, 0},
     {I16, "32767", true, 32767},
+    {I16, "32768", false, 0},
     {I16, "-32769", false, 0},
+    {I16, "-32768", true, -32768},
     {I8, "-128", true, -128},
     {I8, "127", true, 127},
     {I8, "128", false, 0},
     {I8, "-129", false, 0},
+    {I8, "0x80", false, 0},
     {I8, "+5", true, 5},
     {I8, "-", true, 0},
     {I8, "0xff", false, 0},
@@ -165,43 +171,6 @@ TEST(Parsers, NullTextFailsForEveryWidth)
         EXPECT_EQ(parse(w, nullptr, &value, &untouched),
                   TARVOCON_ERR_BAD_VALUE);
         EXPECT_TRUE(untouched);
-    }
-}
-
-// Every width's whole range edge: the limit is accepted, one past it is
-// refused, in decimal and hexadecimal.
-TEST(Parsers, RangeEdgesOfEveryWidth)
-{
-    struct Edge {
-        Width width;
-        int64_t low;
-        uint64_t high;
-    };
-    const Edge edges[] = {
-        {U32, 0, 0xFFFFFFFFull},      {U16, 0, 0xFFFF}, {U8, 0, 0xFF},
-        {I32, INT32_MIN, INT32_MAX},  {I16, INT16_MIN, INT16_MAX},
-        {I8, INT8_MIN, INT8_MAX},
-    };
-    for (const Edge &e : edges) {
-        SCOPED_TRACE(e.width);
-        int64_t value = 0;
-        bool untouched = false;
-        std::string high = std::to_string(e.high);
-        std::string above = std::to_string(e.high + 1);
-        char hex_above[32];
-        snprintf(hex_above, sizeof hex_above, "0x%llx",
-                 (unsigned long long)(e.high + 1));
-        EXPECT_EQ(parse(e.width, high.c_str(), &value, &untouched), 0);
-        EXPECT_EQ((uint64_t)value & e.high, e.high);
-        EXPECT_NE(parse(e.width, above.c_str(), &value, &untouched), 0);
-        EXPECT_NE(parse(e.width, hex_above, &value, &untouched), 0);
-        if (e.low < 0) {
-            std::string low = std::to_string(e.low);
-            std::string below = std::to_string(e.low - 1);
-            EXPECT_EQ(parse(e.width, low.c_str(), &value, &untouched), 0);
-            EXPECT_EQ(value, e.low);
-            EXPECT_NE(parse(e.width, below.c_str(), &value, &untouched), 0);
-        }
     }
 }
 

@@ -1,5 +1,5 @@
 // Datatype names, value building, the string helpers and the preparation
-// of packed formats.
+// of packed formats, where a command line cannot reach them.
 #include <string.h>
 
 #include <string>
@@ -48,106 +48,41 @@ TEST(Datatype, NamesAreWholeAndCaseInsensitive)
     }
 }
 
-TEST(MakeValue, IntegersAreStoredAtTheirWidthInTheScratchWord)
+// Values that build are stored and shown by the golden item cases; a
+// value that fails reports, returns its code and owns nothing.
+TEST(MakeValue, FailuresReportAndOwnNothing)
 {
+    const std::string bad_integer = "[Tarvocon] Warning: bad integer format "
+                                    "or integer value is out of range.\n";
+    const std::string internal = "[Tarvocon] An internal error has occurred\n";
     struct Case {
-        tarvo_item_datatype_td datatype;
+        int datatype;
         const char *token;
-        uint32_t length;
-        std::vector<unsigned char> bytes; // little-endian host
+        int rc;
+        const std::string &message;
     };
     const Case cases[] = {
-        {TARVO_DATATYPE_UINT32, "4294967295", 4, {0xFF, 0xFF, 0xFF, 0xFF}},
-        {TARVO_DATATYPE_UINT32, "0x12345678", 4, {0x78, 0x56, 0x34, 0x12}},
-        {TARVO_DATATYPE_UINT64, "0x0102030405060708", 8,
-         {8, 7, 6, 5, 4, 3, 2, 1}},
-        {TARVO_DATATYPE_INT8, "-1", 1, {0xFF}},
-        {TARVO_DATATYPE_INT8, "+5", 1, {5}},
-        {TARVO_DATATYPE_UINT8, "0377", 1, {0xFF}},
-        {TARVO_DATATYPE_INT16, "-2", 2, {0xFE, 0xFF}},
-        {TARVO_DATATYPE_UINT16, "0xBEEF", 2, {0xEF, 0xBE}},
-        {TARVO_DATATYPE_INT32, "-2147483648", 4, {0, 0, 0, 0x80}},
-        {TARVO_DATATYPE_INT64, "-1", 8,
-         {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}},
+        {TARVO_DATATYPE_UINT32, "4294967296", TARVOCON_ERR_BAD_VALUE, bad_integer},
+        {TARVO_DATATYPE_UINT64, "18446744073709551616", TARVOCON_ERR_BAD_VALUE, bad_integer},
+        {TARVO_DATATYPE_INT16, "0x8000", TARVOCON_ERR_BAD_VALUE, bad_integer},
+        {TARVO_DATATYPE_INT64, "9223372036854775808", TARVOCON_ERR_BAD_VALUE, bad_integer},
+        {TARVO_DATATYPE_UINT32, "12abc", TARVOCON_ERR_BAD_VALUE, bad_integer},
+        // datatypes without a conversion
+        {-3, "1", 1, internal}, {-1, "1", 1, internal}, {0, "1", 1, internal},
+        {4, "1", 1, internal},  {6, "1", 1, internal},  {14, "1", 1, internal},
     };
     for (const Case &c : cases) {
-        SCOPED_TRACE(c.token);
-        std::string token = c.token;
-        uint64_t scratch = 0xDEADBEEFDEADBEEFull;
-        void *value = nullptr;
-        uint32_t length = 0;
-        ASSERT_EQ(tarvocon_make_value(c.datatype, token.data(), &scratch,
-                                      &value, &length),
-                  0);
-        EXPECT_EQ(value, (void *)&scratch);
-        EXPECT_EQ(length, c.length);
-        EXPECT_EQ(memcmp(value, c.bytes.data(), c.length), 0);
-    }
-}
-
-TEST(MakeValue, StringIsTheTokenWithItsTerminator)
-{
-    char token[] = "abc";
-    uint64_t scratch = 0;
-    void *value = nullptr;
-    uint32_t length = 0;
-    ASSERT_EQ(tarvocon_make_value(TARVO_DATATYPE_STRING, token, &scratch,
-                                  &value, &length),
-              0);
-    EXPECT_EQ(value, (void *)token);
-    EXPECT_EQ(length, 4u);
-    char empty[] = "";
-    ASSERT_EQ(tarvocon_make_value(TARVO_DATATYPE_STRING, empty, &scratch,
-                                  &value, &length),
-              0);
-    EXPECT_EQ(length, 1u);
-}
-
-TEST(MakeValue, OutOfRangeIntegersReportAndReturnTheParserCode)
-{
-    struct Case {
-        tarvo_item_datatype_td datatype;
-        const char *token;
-    };
-    const Case cases[] = {
-        {TARVO_DATATYPE_UINT32, "4294967296"}, {TARVO_DATATYPE_UINT32, "-1"},
-        {TARVO_DATATYPE_UINT64, "18446744073709551616"},
-        {TARVO_DATATYPE_INT8, "128"},          {TARVO_DATATYPE_UINT8, "256"},
-        {TARVO_DATATYPE_INT16, "0x8000"},      {TARVO_DATATYPE_UINT16, "65536"},
-        {TARVO_DATATYPE_INT32, "2147483648"},
-        {TARVO_DATATYPE_INT64, "9223372036854775808"},
-        {TARVO_DATATYPE_UINT32, "12abc"},
-    };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.token);
+        SCOPED_TRACE(std::to_string(c.datatype) + " " + c.token);
         std::string token = c.token;
         uint64_t scratch = 0;
         void *value = &scratch;
         uint32_t length = 77;
         CaptureStderr();
-        int rc = tarvocon_make_value(c.datatype, token.data(), &scratch,
-                                     &value, &length);
-        EXPECT_EQ(GetCapturedStderr(),
-                  "[Tarvocon] Warning: bad integer format or integer value "
-                  "is out of range.\n");
-        EXPECT_EQ(rc, TARVOCON_ERR_BAD_VALUE);
-        EXPECT_EQ(value, nullptr) << "a failed value owns nothing";
-    }
-}
-
-TEST(MakeValue, DatatypeWithoutConversionIsAnInternalError)
-{
-    for (int code : {-3, -2, -1, 0, 4, 6, 14}) {
-        char token[] = "1";
-        uint64_t scratch = 0;
-        void *value = nullptr;
-        uint32_t length = 0;
-        CaptureStderr();
-        int rc = tarvocon_make_value((tarvo_item_datatype_td)code, token,
+        int rc = tarvocon_make_value((tarvo_item_datatype_td)c.datatype, token.data(),
                                      &scratch, &value, &length);
-        EXPECT_EQ(GetCapturedStderr(),
-                  "[Tarvocon] An internal error has occurred\n");
-        EXPECT_EQ(rc, 1);
+        EXPECT_EQ(GetCapturedStderr(), c.message);
+        EXPECT_EQ(rc, c.rc);
+        EXPECT_EQ(value, nullptr) << "a failed value owns nothing";
     }
 }
 
@@ -180,23 +115,6 @@ TEST(TerminateString, CopiesAtMostLengthBytesAndTerminates)
     }
 }
 
-TEST(MakeUppercase, OnlyLowerCaseSBecomesUpperCase)
-{
-    struct Case {
-        const char *in;
-        const char *out;
-    };
-    const Case cases[] = {
-        {"%d%12s", "%d%12S"}, {"%ld%llu", "%ld%llu"}, {"sSs", "SSS"},
-        {"", ""},             {"%5s%0s%N", "%5S%0S%N"},
-    };
-    for (const Case &c : cases) {
-        std::string text = c.in;
-        tarvocon_make_uppercase(text.data());
-        EXPECT_EQ(text, c.out);
-    }
-}
-
 TEST(PrepareFormat, RewritesTheUsersFormat)
 {
     struct Case {
@@ -208,17 +126,11 @@ TEST(PrepareFormat, RewritesTheUsersFormat)
     };
     const char *illegal = "[Tarvocon] Format string contains illegal character (";
     const Case cases[] = {
-        {"dsld", 0, "%d%s%ld", "dsld", ""},
-        {"%D%LLU", 0, "%d%llu", "%d%llu", ""},
         {"%%d", 0, "%d", "%%d", ""},
-        {"", 0, "", "", ""},
         {"S", 0, "%s", "s", ""},
-        {"d s", 1, "%d", "d s", " )\n"},
         {"lu", 1, "", "lu", "l)\n"},
-        {"x", 1, "", "x", "x)\n"},
         {"dllx", 1, "%d", "dllx", "l)\n"},
         {"dl", 1, "%d", "dl", "l)\n"},
-        {"%5d", 1, "", "%5d", "5)\n"},
         {"d\tS", 1, "%d", "d\ts", "\t)\n"},
     };
     for (const Case &c : cases) {
