@@ -5,7 +5,6 @@
 //   loop R          reads on reader R until no line comes back
 //   yesno R D I     yes_or_no(R, "Proceed", D, I)
 //   modes           prints whether the terminal is back in its normal modes
-//   run CMD         runs CMD through the shell (a child between two reads)
 //   sigchld         installs a SIGCHLD handler without SA_RESTART (as the
 //                   console does) and starts a child that ends 0.3 s later,
 //                   in the middle of the next read
@@ -163,12 +162,6 @@ int main(int argc, char **argv) {
             }
         } else if (step == "modes") {
             print_modes();
-        } else if (step == "run" && i + 1 < argc) {
-            std::fflush(stdout);
-            int rc = std::system(argv[i + 1]);
-            std::fprintf(g_log, "[ran rc=%d]\n", rc);
-            std::fflush(g_log);
-            i += 1;
         } else {
             std::fprintf(g_log, "[bad step %s]\n", step.c_str());
             return 2;

@@ -19,6 +19,7 @@
 
 #include "error_texts.h"
 #include "syslog_sink.h"
+#include "test_helpers.h"
 
 namespace {
 
@@ -30,44 +31,7 @@ vel_msgdef_td make_def(const char *format, const char *mnemonic = "SC_TEST",
                          4u << 16, 0, 0x23200c2};
 }
 
-// Sends standard error (and, when asked, standard output) into a temporary
-// file for the life of the object.
-class StderrCapture {
-public:
-    explicit StderrCapture(bool with_stdout = false) : with_stdout_(with_stdout) {
-        std::fflush(stdout);
-        file_ = std::tmpfile();
-        saved_err_ = dup(2);
-        dup2(fileno(file_), 2);
-        if (with_stdout_) {
-            saved_out_ = dup(1);
-            dup2(fileno(file_), 1);
-        }
-    }
-    ~StderrCapture() { restore(); if (file_) std::fclose(file_); }
-
-    std::string text() {
-        restore();
-        std::string out;
-        std::rewind(file_);
-        char buf[4096];
-        size_t n;
-        while ((n = std::fread(buf, 1, sizeof(buf), file_)) > 0)
-            out.append(buf, n);
-        return out;
-    }
-
-private:
-    void restore() {
-        std::fflush(stdout);
-        if (saved_err_ >= 0) { dup2(saved_err_, 2); close(saved_err_); saved_err_ = -1; }
-        if (saved_out_ >= 0) { dup2(saved_out_, 1); close(saved_out_); saved_out_ = -1; }
-    }
-    bool with_stdout_;
-    FILE *file_ = nullptr;
-    int saved_err_ = -1;
-    int saved_out_ = -1;
-};
+using tarvo::test::capture_output;
 
 // A datagram socket standing in for the log daemon.
 class FakeLogDaemon {
@@ -115,48 +79,44 @@ TEST(Printer, AddsNewlineOnlyWhenMissing) {
     };
     for (const Case &c : cases) {
         vel_msgdef_td def = make_def(c.format);
-        StderrCapture capture;
-        if (c.arg)
-            vel_printmsg(&def, 4, c.arg);
-        else
-            vel_printmsg(&def, 4);
-        EXPECT_EQ(capture.text(), c.expected) << "format: " << c.format;
+        std::string text = capture_output({2}, [&] {
+            if (c.arg)
+                vel_printmsg(&def, 4, c.arg);
+            else
+                vel_printmsg(&def, 4);
+        });
+        EXPECT_EQ(text, c.expected) << "format: " << c.format;
     }
 }
 
-TEST(Printer, FormatsSeveralArgumentsAndLongTexts) {
+TEST(Printer, ArgumentsOrderCountAndErrno) {
     vel_msgdef_td def = make_def("copy %s to %s: %u (%c)");
-    {
-        StderrCapture capture;
-        vel_printmsg(&def, 4, "/a", "/b", 42u, 'x');
-        EXPECT_EQ(capture.text(), "copy /a to /b: 42 (x)\n");
-    }
+    EXPECT_EQ(capture_output({2}, [&] { vel_printmsg(&def, 4, "/a", "/b", 42u, 'x'); }),
+              "copy /a to /b: 42 (x)\n");
     std::string long_text(20000, 'q');
     vel_msgdef_td long_def = make_def("[%s]");
-    StderrCapture capture;
-    vel_printmsg(&long_def, 5, long_text.c_str());
-    EXPECT_EQ(capture.text(), "[" + long_text + "]\n");
-}
-
-TEST(Printer, StandardOutputWrittenBeforeComesFirst) {
-    vel_msgdef_td def = make_def("the error");
-    StderrCapture capture(/*with_stdout=*/true);
-    std::printf("listing line without newline ");
-    std::fputs("partial", stdout);
-    vel_printmsg(&def, 4);
-    std::printf("after\n");
-    EXPECT_EQ(capture.text(), "listing line without newline partialthe error\nafter\n");
-}
-
-TEST(Printer, CountsPrintsAndKeepsErrno) {
-    vel_msgdef_td def = make_def("counted", "SC_COUNTED", &g_state);
+    EXPECT_EQ(capture_output({2}, [&] { vel_printmsg(&long_def, 5, long_text.c_str()); }),
+              "[" + long_text + "]\n");
+    // What standard output holds unflushed comes first.
+    vel_msgdef_td error = make_def("the error");
+    EXPECT_EQ(capture_output({1, 2}, [&] {
+                  std::printf("listing line without newline ");
+                  std::fputs("partial", stdout);
+                  vel_printmsg(&error, 4);
+                  std::printf("after\n");
+              }),
+              "listing line without newline partialthe error\nafter\n");
+    // Every print is counted, and errno survives it.
+    vel_msgdef_td counted = make_def("counted", "SC_COUNTED", &g_state);
     uint32_t before = g_state.print_count;
-    StderrCapture capture;
-    errno = ENOENT;
-    vel_printmsg(&def, 4);
-    EXPECT_EQ(errno, ENOENT);
-    vel_printmsg(&def, 4);
-    capture.text();
+    int saved_errno = -1;
+    capture_output({2}, [&] {
+        errno = ENOENT;
+        vel_printmsg(&counted, 4);
+        vel_printmsg(&counted, 4);
+        saved_errno = errno;
+    });
+    EXPECT_EQ(saved_errno, ENOENT);
     EXPECT_EQ(g_state.print_count, before + 2);
     EXPECT_EQ(g_state.enabled, 1u);
 }
@@ -182,9 +142,7 @@ TEST(Printer, SendsTheMessageToTheSystemLog) {
     };
     for (const Case &c : cases) {
         vel_msgdef_td def = make_def("Could not bind: %s\n", c.mnemonic);
-        StderrCapture capture;
-        vel_printmsg(&def, c.severity, "no library");
-        capture.text();
+        capture_output({2}, [&] { vel_printmsg(&def, c.severity, "no library"); });
         std::string line = daemon.receive();
         // "<pri>Mmm dd hh:mm:ss tarvocon[pid]: TARVO-<sev>-<MNEMONIC>: text"
         std::string head = "<" + std::to_string(c.priority) + ">";
@@ -201,23 +159,18 @@ TEST(Printer, SendsTheMessageToTheSystemLog) {
 
 TEST(Printer, NeverBlocksOrFailsWithoutADaemon) {
     vel_msgdef_td def = make_def("message %d");
-    {
-        // Nobody listens at the socket path.
-        tarvo::msg::set_printer_sink_path("/nonexistent/tarvo/log");
-        StderrCapture capture;
-        vel_printmsg(&def, 4, 1);
-        EXPECT_EQ(capture.text(), "message 1\n");
-        tarvo::msg::set_printer_sink_path("/dev/log");
-    }
+    // Nobody listens at the socket path.
+    tarvo::msg::set_printer_sink_path("/nonexistent/tarvo/log");
+    EXPECT_EQ(capture_output({2}, [&] { vel_printmsg(&def, 4, 1); }), "message 1\n");
+    tarvo::msg::set_printer_sink_path("/dev/log");
     // A daemon that never reads: its queue fills, and printing goes on.
     FakeLogDaemon daemon;
-    StderrCapture capture;
     auto start = std::chrono::steady_clock::now();
-    for (int i = 0; i < 2000; ++i)
-        vel_printmsg(&def, 4, i);
-    auto spent = std::chrono::steady_clock::now() - start;
-    std::string text = capture.text();
-    EXPECT_LT(spent, std::chrono::seconds(5));
+    std::string text = capture_output({2}, [&] {
+        for (int i = 0; i < 2000; ++i)
+            vel_printmsg(&def, 4, i);
+    });
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
     EXPECT_NE(text.find("message 1999\n"), std::string::npos);
 }
 

@@ -73,22 +73,14 @@ std::string run_shell(const std::string &script, char *const envp[] = nullptr) {
     return text;
 }
 
-TEST(Spawnp, ChildWritesToAPipeOfTheParent) {
+// The pager's own case, standard input from a pipe, is run by the console
+// tests; here the descriptor map's harder cases.
+TEST(Spawnp, ChildWritesToAPipeWithTheGivenEnvironment) {
     EXPECT_EQ(run_shell("echo hello; echo world"), "hello\nworld\n");
-}
-
-TEST(Spawnp, ChildReadsStandardInputFromAPipe) {
-    Pipe in, out;
-    int map[] = {in.r, out.w, 2};
-    char *argv[] = {const_cast<char *>("cat"), nullptr};
-    pid_t pid = spawnp("cat", 3, map, nullptr, argv, nullptr);
-    ASSERT_GT(pid, 0);
-    in.close_r();
-    out.close_w();
-    ASSERT_EQ(write(in.w, "line one\nline two", 17), 17);
-    in.close_w();
-    EXPECT_EQ(read_all(out.r), "line one\nline two");
-    EXPECT_EQ(wait_status(pid), 0);
+    std::string path = std::string("PATH=") + getenv("PATH");
+    char *envp[] = {const_cast<char *>("GREETING=from the map"),
+                    const_cast<char *>(path.c_str()), nullptr};
+    EXPECT_EQ(run_shell("echo \"$GREETING\"", envp), "from the map\n");
 }
 
 TEST(Spawnp, SwappedMapEntriesReachTheRightTargets) {
@@ -178,13 +170,6 @@ TEST(Spawnp, ChildStartsWithDefaultSignalsAndEmptyMask) {
     const unsigned long long STANDARD = 0x7fffffffull;
     EXPECT_EQ(field("SigBlk:\t") & STANDARD, 0u) << status;
     EXPECT_EQ(field("SigIgn:\t") & STANDARD, 0u) << status;
-}
-
-TEST(Spawnp, PassesTheGivenEnvironment) {
-    std::string path = std::string("PATH=") + getenv("PATH");
-    char *envp[] = {const_cast<char *>("GREETING=from the map"),
-                    const_cast<char *>(path.c_str()), nullptr};
-    EXPECT_EQ(run_shell("echo \"$GREETING\"", envp), "from the map\n");
 }
 
 TEST(Spawnp, FailuresGiveMinusOneAndErrno) {
