@@ -179,18 +179,6 @@ TEST(Encoder, OffersExactlyWhatTheSchemaAllowsAndWritesXdr)
     }
 }
 
-TEST(Encoder, WholeBagLayout)
-{
-    Encoder enc("two_lists", 1, 0);
-    ASSERT_EQ(enc.take(0, "-2"), 0);
-    std::vector<uint8_t> bag;
-    ASSERT_EQ(enc.finish(bag), 0);
-    EXPECT_EQ(bagtest::to_hex(bag),
-              "54424147" "00000001" "00000001" "00000000" "0000000c" "00000009"
-              "74776f5f" "6c697374" "73000000"
-              "00000001" "fffffffe" "00000000");
-}
-
 struct Refusal {
     const char *type;
     uint32_t major, minor;

@@ -8,6 +8,7 @@
 #include "platform/bag.h"
 #include "registry.h"
 #include "schema.h"
+#include "test_helpers.h"
 
 using tarvo_bag::Kind;
 using tarvo_bag::parse_schema;
@@ -182,20 +183,13 @@ class RegistryTest : public testing::Test {
 protected:
     void SetUp() override
     {
-        root_ = std::filesystem::temp_directory_path() /
-                ("bagreg-" + std::to_string(getpid()));
-        std::filesystem::create_directories(root_ / "a");
-        std::filesystem::create_directories(root_ / "b");
+        std::filesystem::create_directories(path("a"));
+        std::filesystem::create_directories(path("b"));
     }
-    void TearDown() override { std::filesystem::remove_all(root_); }
+    void write(const std::string &rel, const std::string &text) { std::ofstream(path(rel)) << text; }
+    std::string path(const std::string &rel) const { return root_.path() + "/" + rel; }
 
-    void write(const std::string &rel, const std::string &text)
-    {
-        std::ofstream(root_ / rel) << text;
-    }
-    std::string path(const std::string &rel) const { return (root_ / rel).string(); }
-
-    std::filesystem::path root_;
+    tarvo::test::TempDir root_{"bagreg"};
 };
 
 TEST_F(RegistryTest, BadFilesAndDuplicatesNeverStopOtherFiles)
