@@ -6,51 +6,31 @@
 
 #include <stdlib.h>
 
-#include <filesystem>
 #include <string>
 #include <vector>
 
-#include "pty_session.h"
+#include "console_pty.h"
 
 namespace {
 
-using tarvo::test::PtyOptions;
 using tarvo::test::PtySession;
 
 const char PROMPT[] = "tarvocon:/> ";
 const char WHICH[] = "Which number (or ^C to quit):";
 
-class BagDialogueAtTerminal : public testing::Test {
+class BagDialogueAtTerminal : public tarvo::test::ConsoleAtPty {
 protected:
     void SetUp() override
     {
-        char pattern[] = "/tmp/tarvocon-bagpty.XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        dir_ = pattern;
-        PtyOptions options;
-        options.argv = {TARVOCON_CONSOLE};
-        options.env = {"TARVO_DATA_DIR=" + dir_ + "/data", "HOME=" + dir_, "LC_ALL=C",
-                       std::string("TARVO_BAG_PATH=") + TARVOCON_SOURCE_DIR +
-                           "/tests/golden/schemas",
-                       std::string("PATH=") + TARVOCON_SOURCE_DIR +
-                           "/tests/golden/bin:/usr/local/bin:/usr/bin:/bin"};
-        options.cwd = dir_;
-        std::string error;
-        session_ = PtySession::start(options, &error);
-        ASSERT_TRUE(session_) << error;
-        ASSERT_TRUE(session_->wait_for("Please enter initial bind point>/"));
-        session_->send("\r");
+        session_ = StartAt("");
+        ASSERT_TRUE(session_);
         ASSERT_TRUE(session_->wait_for(PROMPT)) << session_->output();
     }
 
     void TearDown() override
     {
-        if (session_) {
-            session_->send("quit\r");
-            auto status = session_->wait_exit();
-            EXPECT_TRUE(status && status->exited && status->code == 0) << session_->output();
-        }
-        std::filesystem::remove_all(dir_);
+        if (session_)
+            Quit(*session_);
     }
 
     // get shows its output through the pager; this leaves it.
@@ -69,7 +49,6 @@ protected:
         session_->send(answer + "\r");
     }
 
-    std::string dir_;
     std::unique_ptr<PtySession> session_;
 };
 

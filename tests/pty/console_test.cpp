@@ -13,11 +13,10 @@
 #include <string>
 #include <vector>
 
-#include "pty_session.h"
+#include "console_pty.h"
 
 namespace {
 
-using tarvo::test::PtyOptions;
 using tarvo::test::PtySession;
 
 // The processes (zombies included) whose parent is `parent`.
@@ -42,68 +41,16 @@ std::vector<pid_t> ChildrenOf(pid_t parent) {
     return children;
 }
 
-class ConsoleAtTerminal : public testing::Test {
+class ConsoleAtTerminal : public tarvo::test::ConsoleAtPty {
 protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/tarvocon-pty.XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        dir_ = pattern;
-    }
-    void TearDown() override { std::filesystem::remove_all(dir_); }
-
-    std::vector<std::string> Environment() const {
-        return {"TARVO_DATA_DIR=" + dir_ + "/data", "HOME=" + dir_, "LC_ALL=C",
-                std::string("PATH=") + TARVOCON_SOURCE_DIR +
-                    "/tests/golden/bin:/usr/local/bin:/usr/bin:/bin"};
-    }
-
-    std::unique_ptr<PtySession> Start(std::vector<std::string> args,
-                                      unsigned short rows = 24) {
-        PtyOptions options;
-        options.argv = {TARVOCON_CONSOLE};
-        options.argv.insert(options.argv.end(), args.begin(), args.end());
-        options.env = Environment();
-        options.env.insert(options.env.end(), extra_env_.begin(), extra_env_.end());
-        options.cwd = dir_;
-        options.rows = rows;
-        std::string error;
-        auto session = PtySession::start(options, &error);
-        EXPECT_TRUE(session) << error;
-        return session;
-    }
-
-    // Starts the console and answers the bind question.
-    std::unique_ptr<PtySession> StartAt(const std::string &answer,
-                                        std::vector<std::string> args = {}) {
-        auto session = Start(std::move(args));
-        if (!session)
-            return session;
-        EXPECT_TRUE(session->wait_for("Please enter initial bind point>/"))
-            << session->output();
-        session->send(answer + "\r");
-        return session;
-    }
-
     // Runs a command file with the console (no terminal) to prepare data.
     void RunFile(const std::string &commands) {
-        std::string file = dir_ + "/prepare.cmd";
+        std::string file = dir_.path() + "/prepare.cmd";
         std::ofstream(file) << commands;
-        std::string line = "env TARVO_DATA_DIR=" + dir_ + "/data HOME=" + dir_ +
-                           " " + TARVOCON_CONSOLE + " -f " + file +
-                           " >/dev/null 2>&1";
+        std::string line = "env TARVO_DATA_DIR=" + dir_.path() + "/data HOME=" + dir_.path() +
+                           " " + TARVOCON_CONSOLE + " -f " + file + " >/dev/null 2>&1";
         ASSERT_EQ(system(line.c_str()), 0);
     }
-
-    static void Quit(PtySession &session) {
-        session.send("quit\r");
-        auto status = session.wait_exit();
-        ASSERT_TRUE(status.has_value()) << session.output();
-        EXPECT_TRUE(status->exited);
-        EXPECT_EQ(status->code, 0);
-    }
-
-    std::string dir_;
-    std::vector<std::string> extra_env_;
 };
 
 TEST_F(ConsoleAtTerminal, BindQuestionAnsweredWithCfg) {
@@ -234,8 +181,7 @@ TEST_F(ConsoleAtTerminal, QuittingThePagerEarlyAbandonsTheCommand) {
 
     // What the abandoned command had allocated is left behind by design
     // (the jump skips its clean-up); a sanitizer build must not count it.
-    extra_env_ = {"ASAN_OPTIONS=detect_leaks=0"};
-    auto session = StartAt("");
+    auto session = StartAt("", {}, {"ASAN_OPTIONS=detect_leaks=0"});
     ASSERT_TRUE(session);
     ASSERT_TRUE(session->wait_for("tarvocon:/> "));
     session->send("datalist /big/\r");

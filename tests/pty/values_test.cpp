@@ -7,15 +7,13 @@
 #include <chrono>
 #include <thread>
 
-#include <filesystem>
 #include <string>
 #include <vector>
 
-#include "pty_session.h"
+#include "console_pty.h"
 
 namespace {
 
-using tarvo::test::PtyOptions;
 using tarvo::test::PtySession;
 
 // Control keys reach the line editor only once it has put the terminal in
@@ -23,43 +21,16 @@ using tarvo::test::PtySession;
 // itself would turn Ctrl-C into SIGINT.
 void Settle() { std::this_thread::sleep_for(std::chrono::milliseconds(300)); }
 
-class PackedAtTerminal : public testing::Test {
+class PackedAtTerminal : public tarvo::test::ConsoleAtPty {
 protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/tarvocon-pty-values.XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        dir_ = pattern;
-    }
-    void TearDown() override { std::filesystem::remove_all(dir_); }
-
     // The console at a terminal, bound to "/", at its first prompt.
     std::unique_ptr<PtySession> StartAtRoot() {
-        PtyOptions options;
-        options.argv = {TARVOCON_CONSOLE};
-        options.env = {"TARVO_DATA_DIR=" + dir_ + "/data", "HOME=" + dir_, "LC_ALL=C",
-                       std::string("PATH=") + TARVOCON_SOURCE_DIR +
-                           "/tests/golden/bin:/usr/local/bin:/usr/bin:/bin"};
-        options.cwd = dir_;
-        std::string error;
-        auto session = PtySession::start(options, &error);
-        EXPECT_TRUE(session) << error;
-        if (!session)
-            return session;
-        EXPECT_TRUE(session->wait_for("Please enter initial bind point>/"));
-        session->send("\r");
-        EXPECT_TRUE(session->wait_for("tarvocon:/> ")) << session->output();
+        auto session = StartAt("");
+        if (session) {
+            EXPECT_TRUE(session->wait_for("tarvocon:/> ")) << session->output();
+        }
         return session;
     }
-
-    static void Quit(PtySession &session) {
-        session.send("quit\r");
-        auto status = session.wait_exit();
-        ASSERT_TRUE(status.has_value()) << session.output();
-        EXPECT_TRUE(status->exited);
-        EXPECT_EQ(status->code, 0);
-    }
-
-    std::string dir_;
 };
 
 TEST_F(PackedAtTerminal, ValuePromptComesBackAfterCtrlCTabAndHelp) {
