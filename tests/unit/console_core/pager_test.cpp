@@ -16,6 +16,7 @@
 
 #include "platform/os.h"
 #include "tarvocon.h"
+#include "test_helpers.h"
 
 namespace {
 
@@ -140,28 +141,16 @@ TEST_F(ChildStreams, CloseDoesNotWaitForAReaderThatEnded) {
 }
 
 TEST_F(ChildStreams, ChildOutputComesBeforeWhatFollows) {
-    char pattern[] = "/tmp/tarvocon-pager.XXXXXX";
-    int fd = mkstemp(pattern);
-    ASSERT_GE(fd, 0);
-    fflush(stdout);
-    int saved = dup(STDOUT_FILENO);
-    ASSERT_EQ(dup2(fd, STDOUT_FILENO), STDOUT_FILENO);
-    printf("before\n");
-    FILE *stream = Start({"cat"});
-    ASSERT_NE(stream, nullptr);
-    fputs("from the child\n", stream);
-    int closed = tarvocon_pclose(stream);
-    printf("after\n");
-    fflush(stdout);
-    dup2(saved, STDOUT_FILENO);
-    close(saved);
+    int closed = -1;
+    std::string text = tarvo::test::capture_output({STDOUT_FILENO}, [&] {
+        printf("before\n");
+        FILE *stream = Start({"cat"});
+        ASSERT_NE(stream, nullptr);
+        fputs("from the child\n", stream);
+        closed = tarvocon_pclose(stream);
+        printf("after\n");
+    });
     EXPECT_EQ(closed, 0);
-    std::string text(256, '\0');
-    ssize_t n = pread(fd, text.data(), text.size(), 0);
-    close(fd);
-    unlink(pattern);
-    ASSERT_GT(n, 0);
-    text.resize(static_cast<size_t>(n));
     EXPECT_EQ(text, "before\nfrom the child\nafter\n");
 }
 

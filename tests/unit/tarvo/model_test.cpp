@@ -5,15 +5,14 @@
 // list() (small random batches) and scan(). A second run injects write
 // faults: a failed batch must leave the store exactly as the model says.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <filesystem>
 #include <map>
 #include <random>
 #include <set>
 
 #include "paths.h"
 #include "store.h"
+#include "test_helpers.h"
 
 namespace tarvo {
 namespace {
@@ -101,17 +100,14 @@ class ModelTest : public ::testing::TestWithParam<bool> {
 protected:
     void SetUp() override
     {
-        char tmpl[] = "/tmp/tarvo-model-XXXXXX";
-        dir_ = mkdtemp(tmpl);
         options_.event_window = 1u << 30;
         options_.faults = &faults_;
         if (GetParam()) {
-            ASSERT_TRUE(open_sqlite_store(dir_ + "/m.db", options_, &store_).ok());
+            ASSERT_TRUE(open_sqlite_store(dir_.path() + "/m.db", options_, &store_).ok());
         } else {
             store_ = new_memory_store(options_);
         }
     }
-    void TearDown() override { std::filesystem::remove_all(dir_); }
 
     std::string random_path(bool dir_form = false)
     {
@@ -140,7 +136,7 @@ protected:
     void step();
     void compare_all();
 
-    std::string dir_;
+    test::TempDir dir_{"tarvo-model"};
     RandomFaults faults_{1234, 0.02};
     StoreOptions options_;
     std::unique_ptr<Store> store_;

@@ -13,23 +13,14 @@
 #include <vector>
 
 #include "platform/tarvo.h"
+#include "test_helpers.h"
 
 namespace tarvo_test {
 
 // Points TARVO_DATA_DIR at a new empty directory for the test's lifetime.
-class DataDir {
+class DataDir : public tarvo::test::TempDir {
 public:
-    DataDir()
-    {
-        char tmpl[] = "/tmp/tarvo-test-XXXXXX";
-        path_ = mkdtemp(tmpl);
-        setenv("TARVO_DATA_DIR", path_.c_str(), 1);
-    }
-    ~DataDir() { std::filesystem::remove_all(path_); }
-    const std::string &path() const { return path_; }
-
-private:
-    std::string path_;
+    DataDir() { setenv("TARVO_DATA_DIR", path().c_str(), 1); }
 };
 
 inline std::string str(const char *s) { return std::string(s, strlen(s) + 1); }

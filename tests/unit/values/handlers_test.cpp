@@ -4,13 +4,13 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include <filesystem>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "tarvocon.h"
+#include "test_helpers.h"
 
 namespace {
 
@@ -28,17 +28,13 @@ class BoundConsole : public testing::Test {
   protected:
     void SetUp() override
     {
-        char dir[] = "/tmp/values_handlers.XXXXXX";
-        ASSERT_NE(mkdtemp(dir), nullptr);
-        data_dir_ = dir;
-        setenv("TARVO_DATA_DIR", dir, 1);
+        setenv("TARVO_DATA_DIR", data_dir_.path().c_str(), 1);
         ASSERT_EQ(_tarvo_bind(&tarvocon_bind_handle, "/", 0), 0);
     }
     void TearDown() override
     {
         _tarvo_unbind(tarvocon_bind_handle);
         tarvocon_bind_handle = nullptr;
-        std::filesystem::remove_all(data_dir_);
     }
     // Runs handler on words; returns its result, output in out/err.
     int run(int (*handler)(char **, uint32_t), std::vector<std::string> words)
@@ -55,7 +51,7 @@ class BoundConsole : public testing::Test {
     std::string out, err;
 
   private:
-    std::string data_dir_;
+    tarvo::test::TempDir data_dir_{"values_handlers"};
 };
 
 TEST_F(BoundConsole, DeleteKeepsAt1023CharactersOfAName)
