@@ -28,9 +28,8 @@ std::vector<std::string> child_environment(const PtyOptions &options) {
         if (eq != std::string::npos)
             vars[entry.substr(0, eq)] = entry.substr(eq + 1);
     };
-    if (!options.clear_env)
-        for (char **e = environ; *e != nullptr; ++e)
-            put(*e);
+    for (char **e = environ; *e != nullptr; ++e)
+        put(*e);
     bool has_term = false;
     for (const std::string &entry : options.env)
         has_term = has_term || entry.rfind("TERM=", 0) == 0;
@@ -255,17 +254,6 @@ std::string PtySession::take() {
     std::string fresh = output_.substr(std::min(position_, output_.size()));
     position_ = output_.size();
     return fresh;
-}
-
-bool PtySession::resize(unsigned short rows, unsigned short cols) {
-    winsize size{};
-    size.ws_row = rows;
-    size.ws_col = cols;
-    if (::ioctl(master_, TIOCSWINSZ, &size) != 0)
-        return false;
-    rows_ = rows;
-    cols_ = cols;
-    return true;
 }
 
 bool PtySession::running() {

@@ -18,8 +18,8 @@
  * The child is the leader of a new session whose controlling terminal is the
  * pseudo-terminal; its descriptors 0, 1 and 2 are the terminal; its signal
  * dispositions and mask are the defaults. Its environment is the test's own
- * (or empty with clear_env) with options.env laid over it; TERM is "xterm"
- * unless options.env names one.
+ * with options.env laid over it; TERM is "xterm" unless options.env names
+ * one.
  *
  * Output: everything the child writes is kept in one buffer, raw (escape
  * sequences included). A read position separates what the test has already
@@ -61,7 +61,6 @@ namespace tarvo::test {
 struct PtyOptions {
     std::vector<std::string> argv;  // argv[0]: a path, or a name on PATH
     std::vector<std::string> env;   // "NAME=value" entries laid over the environment
-    bool clear_env = false;         // start from an empty environment
     std::string cwd;                // working directory of the child ("" keeps the test's)
     unsigned short rows = 24;
     unsigned short cols = 80;
@@ -109,11 +108,6 @@ public:
 
     /* The screen as rows of text, trailing blanks removed. */
     std::vector<std::string> screen();
-    /* The row the cursor is on, as screen() shows it. */
-    std::string cursor_line();
-
-    /* Changes the terminal size (the child gets SIGWINCH). */
-    bool resize(unsigned short rows, unsigned short cols);
 
     /* Waits for the child to end, reading its output meanwhile. Empty on
      * timeout (the child is left running; the destructor kills it). */

@@ -218,10 +218,4 @@ std::vector<std::string> PtySession::screen() {
     return render_screen(output(), rows_, cols_);
 }
 
-std::string PtySession::cursor_line() {
-    int row = 0;
-    std::vector<std::string> rows = render_screen(output(), rows_, cols_, &row);
-    return rows[static_cast<size_t>(row)];
-}
-
 } // namespace tarvo::test
