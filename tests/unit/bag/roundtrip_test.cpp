@@ -1,6 +1,7 @@
 /* Random walks through every registered bag type: whatever the encoder
- * accepts, the decoder gives back token for token; every cut of such a bag
- * and random damage give an error code or a complete bag, never a crash. */
+ * accepts, the decoder gives back token for token, and no shorter body
+ * decodes. Damaged bags are the decoder fuzz target's, whose corpus every
+ * build replays. */
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -57,8 +58,6 @@ public:
         return false;
     }
 
-    std::mt19937 &rng() { return rng_; }
-
 private:
     /* Nesting around tiny fields may give more tokens than bytes, which the
      * encoder refuses at the end; any other failure is one. */
@@ -71,7 +70,6 @@ private:
         return rc;
     }
 
-private:
     bool coin(double p) { return std::uniform_real_distribution<>(0, 1)(rng_) < p; }
     uint32_t below(uint32_t n) { return std::uniform_int_distribution<uint32_t>(0, n - 1)(rng_); }
 
@@ -139,9 +137,6 @@ private:
     std::mt19937 rng_;
 };
 
-const std::vector<int> KNOWN_CODES = {
-    BAG_ERR_TRUNCATED, BAG_ERR_CORRUPT, BAG_ERR_TOO_DEEP, BAG_ERR_BAD_HEADER, 0};
-
 TEST(RoundTrip, EveryRegisteredTypeDecodesToWhatWasEncoded)
 {
     Walker walker(20240611);
@@ -168,21 +163,6 @@ TEST(RoundTrip, EveryRegisteredTypeDecodesToWhatWasEncoded)
                 auto shorter = bagtest::make_bag(1, decl.name, uint32_t(decl.major),
                                                  uint32_t(decl.minor), body);
                 ASSERT_NE(bagtest::decode_status(shorter), 0) << "cut at " << cut;
-            }
-
-            /* Random damage to the body: an error code or a whole bag. */
-            for (int d = 0; d < 8 && bag.size() > header; ++d) {
-                std::vector<uint8_t> damaged = bag;
-                std::size_t at = header + walker.rng()() % (bag.size() - header);
-                damaged[at] ^= uint8_t(1 + walker.rng()() % 255);
-                std::vector<std::string> out = bagtest::decode(damaged);
-                int rc = bagtest::decode_status(damaged);
-                EXPECT_NE(std::find(KNOWN_CODES.begin(), KNOWN_CODES.end(), rc),
-                          KNOWN_CODES.end()) << std::hex << rc;
-                if (rc == 0) {
-                    EXPECT_EQ(out.back(), "END");
-                }
-                EXPECT_LE(out.size(), damaged.size());
             }
         }
     }
