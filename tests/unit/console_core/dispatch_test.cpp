@@ -1,5 +1,5 @@
 // The command table and the dispatcher's rules: lookup without regard to
-// case, unknown words, quit, help, and the verification state rule.
+// case, rows not available yet, and the verification state rule.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -75,50 +75,7 @@ TEST(CommandTable, RowKindsAndHandlers) {
     }
 }
 
-// Runs the dispatcher and captures what it reported.
-int Dispatch(std::vector<std::string> words, int *quit,
-             tarvocon_state_td *state, std::string *messages) {
-    std::vector<char *> tokens;
-    for (auto &word : words) tokens.push_back(word.data());
-    tokens.push_back(nullptr);
-    testing::internal::CaptureStderr();
-    int result = tarvocon_process_command(
-        tokens.data(), static_cast<uint32_t>(words.size()), quit, state);
-    *messages = testing::internal::GetCapturedStderr();
-    return result;
-}
-
-TEST(ProcessCommand, UnknownWordsAndQuit) {
-    tarvocon_state_td state = {};
-    std::string messages;
-    const std::string kUnknown =
-        "[Tarvocon] Unrecognised command.  Type help or ? for a list of "
-        "available commands\n";
-    struct {
-        std::vector<std::string> words;
-        int result;
-        int quit;
-        std::string messages;
-    } cases[] = {
-        {{}, 0, 0, ""},
-        {{"bogus"}, 1, 0, kUnknown},
-        {{"?"}, 1, 0, kUnknown},
-        {{"quit"}, 0, 1, ""},
-        {{"QUIT", "extra", "words"}, 0, 1, ""},
-        {{"exit"}, 0, 1, ""},
-        {{"q"}, 0, 1, ""},
-        // config alone does nothing.
-        {{"config"}, 0, 0, ""},
-    };
-    for (auto &c : cases) {
-        int quit = 0;
-        EXPECT_EQ(Dispatch(c.words, &quit, &state, &messages), c.result)
-            << (c.words.empty() ? "(none)" : c.words[0]);
-        EXPECT_EQ(quit, c.quit);
-        EXPECT_EQ(messages, c.messages);
-    }
-}
-
+// Unknown words, quit and the empty line are golden spine cases.
 TEST(ProcessCommand, NotAvailableNamesTheCommand) {
     // A row that is not switched on yet reports SC_GENERIC with the table's
     // word (as typed in any case) and fails.
