@@ -134,7 +134,7 @@ void tarvocon_pager_abandoned(void);
  * release while it does, so that quitting the pager early (which abandons
  * the command) does not leak it; it lets go once it released the object
  * itself. At most TARVOCON_PAGER_HOLDS objects are held at once. */
-#define TARVOCON_PAGER_HOLDS 4
+#define TARVOCON_PAGER_HOLDS 8
 void tarvocon_pager_hold(void (*release)(void *), void *object);
 void tarvocon_pager_let_go(void *object);
 

@@ -87,8 +87,11 @@ static void tarvocon_print_string_value(const char *prefix, const char *name,
     char *copy = NULL;
     tarvocon_terminate_string(value, &copy, length);
     if (copy != NULL) {
+        /* Held while written: a pager quit early abandons the command. */
+        tarvocon_pager_hold(free, copy);
         fprintf(stream, "%s[string (len %u)] \t'%s' \"%s\"\n", prefix, length,
                 name, copy);
+        tarvocon_pager_let_go(copy);
         free(copy);
         return;
     }
