@@ -1,0 +1,4 @@
+# A bind that is refused ends a run under -e like any failing command.
+/a/
+cd ../..
+help
