@@ -97,6 +97,8 @@ int tarvocon_main(int argc, char **argv);
  * process at the end of the file or on a read error. */
 int tarvocon_read_file(FILE *file, char *buffer);
 extern const char tarvocon_usage_text[];
+/* Printed when a bind below /cfg/ gets the /cfg/ option (start-up, bind/cd). */
+extern const char tarvocon_cfg_warning[];
 
 /* ---- Line input and tokenizer (tarvocon_clone/reader.cpp) ---- */
 /* Writes the prompt for the state into prompt (room for 1024 bytes). */

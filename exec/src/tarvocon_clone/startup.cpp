@@ -52,7 +52,7 @@ const char tarvocon_usage_text[] =
     "     ('i' and 'E' are mutually exclusive) \n"
     "\n";
 
-static const char TARVOCON_CFG_WARNING[] =
+const char tarvocon_cfg_warning[] =
     "\nWARNING: Any modification(create/set/delete) on /cfg namespace \n"
     "should be done at your own risk. It may make datastore inconsistent.\n\n";
 
@@ -293,7 +293,7 @@ static void tarvocon_bind_attempt(tarvocon_run_td *run, getline_data *question)
     if (!(options & TARVO_BIND_OPTION_CFG) && !run->expanded_view &&
         strncmp(tarvocon_bind_point, "/cfg/", 5) == 0) {
         options |= TARVO_BIND_OPTION_CFG;
-        fputs(TARVOCON_CFG_WARNING, stdout);
+        fputs(tarvocon_cfg_warning, stdout);
     }
     if (tarvocon_verbose)
         printf("binding to '%s' with options 0x%x\n", tarvocon_bind_point,

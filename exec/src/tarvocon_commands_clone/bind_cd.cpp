@@ -20,10 +20,6 @@ static const int32_t TARVOCON_PROBE_SILENT[] = {
     TARVO_ERR_NOT_SUPPORTED, TARVO_ERR_NOT_A_DIR, TARVO_ERR_BUSY,
     TARVO_ERR_NO_PERMISSION};
 
-static const char TARVOCON_CFG_WARNING[] =
-    "\nWARNING: Any modification(create/set/delete) on /cfg namespace \n"
-    "should be done at your own risk. It may make datastore inconsistent.\n\n";
-
 /* The options word of a trailing single-letter option, or -1. */
 static int64_t tarvocon_cd_letter_option(const char *token)
 {
@@ -92,7 +88,7 @@ static uint32_t tarvocon_cfg_rule(const char *path, uint32_t options)
 {
     if (!(options & TARVO_BIND_OPTION_CFG) && strncmp(path, "/cfg/", 5) == 0) {
         options |= TARVO_BIND_OPTION_CFG;
-        fputs(TARVOCON_CFG_WARNING, stdout);
+        fputs(tarvocon_cfg_warning, stdout);
     }
     return options;
 }
