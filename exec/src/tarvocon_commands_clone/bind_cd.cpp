@@ -62,7 +62,7 @@ static uint32_t tarvocon_cd_number(const char *text)
  * lowers *count by the tokens it used. Only the last token (and for -o the
  * last two) can be an option. */
 static uint32_t tarvocon_cd_take_options(char **tokens, uint32_t *count,
-                                    uint32_t current)
+                                         uint32_t current)
 {
     if (*count < 2)
         return current;
@@ -75,8 +75,8 @@ static uint32_t tarvocon_cd_take_options(char **tokens, uint32_t *count,
         return option->bits;
     }
     if (*count >= 3) {
-        const tarvocon_option_td *before =
-            tarvocon_find_option_exact(&tarvocon_cd_options, tokens[*count - 2]);
+        const tarvocon_option_td *before = tarvocon_find_option_exact(
+            &tarvocon_cd_options, tokens[*count - 2]);
         if (before != nullptr && before->argument) {
             *count -= 2;
             return tarvocon_cd_number(last);
