@@ -157,6 +157,8 @@ TEST_F(CompletionAtTerminal, TabCompletesKeywordsAndPathsInPlace)
     for (const auto &step : steps) {
         SCOPED_TRACE(step.keys);
         session->send(step.keys);
+        // TAB erases the line and draws the prompt and the new line.
+        ASSERT_TRUE(session->wait_for(PROMPT)) << session->output();
         EXPECT_EQ(CurrentLine(*session), step.line) << session->output();
     }
     session->take();
@@ -167,8 +169,10 @@ TEST_F(CompletionAtTerminal, TabCompletesKeywordsAndPathsInPlace)
 
     // An item path; the common part of several names.
     session->send("get /cfg/system/h\t");
+    ASSERT_TRUE(session->wait_for(PROMPT));
     EXPECT_EQ(CurrentLine(*session), "tarvocon:/> get /cfg/system/host");
     session->send("n\t");
+    ASSERT_TRUE(session->wait_for(PROMPT));
     EXPECT_EQ(CurrentLine(*session), "tarvocon:/> get /cfg/system/hostname");
     session->send("\r");
     ASSERT_TRUE(session->wait_for("\"node-1\"")) << session->output();
