@@ -217,7 +217,15 @@ void tarvocon_print_bag_choice(const bag_token_td *choice, const char *word);
 void tarvocon_print_bag(bag_td *bag, uint32_t length, char *name,
                         const char *prefix, FILE *stream);
 
-/* ---- Completion (tarvocon_completion_clone/) ---- */
+/* ---- Completion (tarvocon_completion_clone/) ----
+ * The line reader's services for TAB, "?" and Enter; each cuts `line` at
+ * its first newline in place and returns 0 or an error code (a tokenizer
+ * refusal as 1, after its message). completion_complete_line gives the line
+ * to show next (on no match the line as typed); completion_print_help
+ * prints what may follow on standard output; completion_expand_line gives
+ * the command to run (the line as typed when the grammar does not match it
+ * whole), and nothing for a line without tokens. Lines handed back are new
+ * allocations that the caller frees. */
 int completion_complete_line(char *line, char **completed);
 int completion_print_help(char *line);
 int completion_expand_line(char *line, char **command);

@@ -14,34 +14,34 @@
 #include <string.h>
 
 #include "tarvocon.h"
+#include "tarvocon_commands_clone/options.h"
 
 /* Probe results that say nothing worth a warning about the new bind point. */
 static const int32_t TARVOCON_PROBE_SILENT[] = {
     TARVO_ERR_NOT_SUPPORTED, TARVO_ERR_NOT_A_DIR, TARVO_ERR_BUSY,
     TARVO_ERR_NO_PERMISSION};
 
-/* The options word of a trailing single-letter option, or -1. */
-static int64_t tarvocon_cd_letter_option(const char *token)
+/* Compared exactly (case matters). -F is looked at only when the token
+ * before the last is not -o. */
+static const tarvocon_option_td TARVOCON_CD_OPTION_WORDS[] = {
+    {"-d", 0, 0},
+    {"-m", TARVO_BIND_OPTION_MGMT, 0},
+    {"-c", TARVO_BIND_OPTION_SCRATCHPAD, 0},
+    {"-l", TARVO_BIND_OPTION_LOCAL_PLANE, 0},
+    {"-s", TARVO_BIND_OPTION_SHARED_STATIC, 0},
+    {"-n", TARVO_BIND_OPTION_SHARED_NONCFG, 0},
+    {"-D", TARVO_BIND_OPTION_SHARED_DATA, 0},
+    {"-a", TARVO_BIND_OPTION_ADMIN_PLANE, 0},
+    {"-v", TARVO_BIND_OPTION_BIT31, 0},
+    {"-o", 0, 1},
+    {"-F", TARVO_BIND_OPTION_NG_DIRECT, 0},
+};
+const tarvocon_option_table_td tarvocon_cd_options =
+    tarvocon_option_table(TARVOCON_CD_OPTION_WORDS);
+
+static int tarvocon_cd_is_direct(const tarvocon_option_td *option)
 {
-    static const struct {
-        const char *word;
-        uint32_t options;
-    } LETTERS[] = {
-        {"-d", 0},
-        {"-m", TARVO_BIND_OPTION_MGMT},
-        {"-c", TARVO_BIND_OPTION_SCRATCHPAD},
-        {"-l", TARVO_BIND_OPTION_LOCAL_PLANE},
-        {"-s", TARVO_BIND_OPTION_SHARED_STATIC},
-        {"-n", TARVO_BIND_OPTION_SHARED_NONCFG},
-        {"-D", TARVO_BIND_OPTION_SHARED_DATA},
-        {"-a", TARVO_BIND_OPTION_ADMIN_PLANE},
-        {"-v", TARVO_BIND_OPTION_BIT31},
-    };
-    for (const auto &letter : LETTERS) {
-        if (strcmp(token, letter.word) == 0)
-            return letter.options;
-    }
-    return -1;
+    return option != nullptr && option->bits == TARVO_BIND_OPTION_NG_DIRECT;
 }
 
 /* The number after -o: decimal, octal with "0", hexadecimal with "0x";
@@ -61,24 +61,30 @@ static uint32_t tarvocon_cd_number(const char *text)
 /* Takes the option off the end of the tokens: returns the options word and
  * lowers *count by the tokens it used. Only the last token (and for -o the
  * last two) can be an option. */
-static uint32_t tarvocon_cd_options(char **tokens, uint32_t *count,
-                                    uint32_t current)
+static uint32_t tarvocon_cd_take_options(char **tokens, uint32_t *count,
+                                         uint32_t current)
 {
     if (*count < 2)
         return current;
     const char *last = tokens[*count - 1];
-    int64_t letter = tarvocon_cd_letter_option(last);
-    if (letter >= 0) {
+    const tarvocon_option_td *option =
+        tarvocon_find_option_exact(&tarvocon_cd_options, last);
+    if (option != nullptr && !option->argument &&
+        !tarvocon_cd_is_direct(option)) {
         *count -= 1;
-        return (uint32_t)letter;
+        return option->bits;
     }
-    if (*count >= 3 && strcmp(tokens[*count - 2], "-o") == 0) {
-        *count -= 2;
-        return tarvocon_cd_number(last);
+    if (*count >= 3) {
+        const tarvocon_option_td *before = tarvocon_find_option_exact(
+            &tarvocon_cd_options, tokens[*count - 2]);
+        if (before != nullptr && before->argument) {
+            *count -= 2;
+            return tarvocon_cd_number(last);
+        }
     }
-    if (strcmp(last, "-F") == 0) {
+    if (tarvocon_cd_is_direct(option)) {
         *count -= 1;
-        return TARVO_BIND_OPTION_NG_DIRECT;
+        return option->bits;
     }
     return current;
 }
@@ -146,7 +152,7 @@ int tarvocon_cd(char **tokens, uint32_t count, tarvocon_state_td *state)
 {
     assert(tokens != nullptr);
     uint32_t current = state != nullptr ? state->bind_options : 0;
-    uint32_t options = tarvocon_cd_options(tokens, &count, current);
+    uint32_t options = tarvocon_cd_take_options(tokens, &count, current);
 
     char path[TARVOCON_PATH_SIZE] = "/";
     if (count >= 3) {

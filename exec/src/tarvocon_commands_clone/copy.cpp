@@ -4,10 +4,10 @@
  */
 #include <assert.h>
 #include <stdlib.h>
-#include <strings.h>
 
 #include "tarvocon.h"
 #include "tarvocon_commands_clone/item_errors.h"
+#include "tarvocon_commands_clone/options.h"
 
 /* The paths, match string and write options of one copy. */
 struct tarvocon_copy_request_td {
@@ -17,31 +17,20 @@ struct tarvocon_copy_request_td {
     uint32_t options;
 };
 
-static const struct {
-    const char *word;
-    uint32_t bits;
-} TARVOCON_COPY_OPTIONS[] = {
-    {"-atomic", TARVO_WRITE_OPTION_ATOMIC},
-    {"-apply_levels", 0},
-    {"-initial_load", TARVO_WRITE_OPTION_INITIAL_LOAD},
+static const tarvocon_option_td TARVOCON_COPY_OPTION_WORDS[] = {
+    {"-atomic", TARVO_WRITE_OPTION_ATOMIC, 0},
+    {"-apply_levels", 0, 0},
+    {"-initial_load", TARVO_WRITE_OPTION_INITIAL_LOAD, 0},
     {"-comp_regexp",
-     TARVO_WRITE_OPTION_COMP_REGEXP | TARVO_WRITE_OPTION_REGEXP},
+     TARVO_WRITE_OPTION_COMP_REGEXP | TARVO_WRITE_OPTION_REGEXP, 0},
+    {"-match", 0, 1},
 };
+const tarvocon_option_table_td tarvocon_copy_options =
+    tarvocon_option_table(TARVOCON_COPY_OPTION_WORDS);
 
 static void tarvocon_copy_badformat(void)
 {
     vel_printmsg(tarvocon_msg_sc_badformat(), VEL_SEVERITY_WARNING);
-}
-
-static int tarvocon_copy_option(const char *word, uint32_t *options)
-{
-    for (const auto &option : TARVOCON_COPY_OPTIONS) {
-        if (strcasecmp(word, option.word) == 0) {
-            *options |= option.bits;
-            return 1;
-        }
-    }
-    return 0;
 }
 
 /* Walks tokens 1 onwards; 1 after a reported format error. */
@@ -50,10 +39,11 @@ static int tarvocon_parse_copy(char **tokens, uint32_t count,
 {
     for (uint32_t i = 1; i < count; i++) {
         const char *token = tokens[i];
-        if (tarvocon_copy_option(token, &request->options)) {
-            continue;
-        }
-        if (strcasecmp(token, "-match") == 0) {
+        const tarvocon_option_td *option =
+            tarvocon_find_option(&tarvocon_copy_options, token);
+        if (option != NULL && !option->argument) {
+            request->options |= option->bits;
+        } else if (option != NULL) { /* -match */
             if (i + 1 >= count) {
                 tarvocon_copy_badformat();
                 if (request->source == NULL || request->destination == NULL) {

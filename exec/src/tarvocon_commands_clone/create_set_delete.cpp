@@ -9,10 +9,10 @@
 #include <assert.h>
 #include <stdlib.h>
 #include <string.h>
-#include <strings.h>
 
 #include "tarvocon.h"
 #include "tarvocon_commands_clone/item_errors.h"
+#include "tarvocon_commands_clone/options.h"
 
 typedef int (*tarvocon_typed_request_td)(tarvo_item_datatype_td datatype,
                                          const char *name, const void *value,
@@ -177,40 +177,35 @@ int tarvocon_set(char **tokens, uint32_t count)
     }
     uint32_t options = 0;
     if (count == 5) {
-        if (strcasecmp(tokens[4], "-create") != 0) {
+        const tarvocon_option_td *option =
+            tarvocon_find_option(&tarvocon_set_options, tokens[4]);
+        if (option == NULL) {
             vel_printmsg(tarvocon_msg_sc_badformat(), VEL_SEVERITY_WARNING);
             return 1;
         }
-        options = TARVO_SET_OPTION_CREATE;
+        options = option->bits;
     }
     return tarvocon_run_typed(&TARVOCON_SET_COMMAND, tokens, options);
 }
 
-/* The option words of delete and their write-option bits. */
-static const struct {
-    const char *word;
-    uint32_t bits;
-} TARVOCON_DELETE_OPTIONS[] = {
-    {"-regexp", TARVO_WRITE_OPTION_REGEXP},
-    {"-comp_regexp",
-     TARVO_WRITE_OPTION_COMP_REGEXP | TARVO_WRITE_OPTION_REGEXP},
-    {"-atomic", TARVO_WRITE_OPTION_ATOMIC},
-    {"-apply_levels", 0},
-    {"-initial_load", TARVO_WRITE_OPTION_INITIAL_LOAD},
-    {"-optimal", TARVO_WRITE_OPTION_OPTIMAL},
+/* set takes its option only as token 4. */
+static const tarvocon_option_td TARVOCON_SET_OPTION_WORDS[] = {
+    {"-create", TARVO_SET_OPTION_CREATE, 0},
 };
+const tarvocon_option_table_td tarvocon_set_options =
+    tarvocon_option_table(TARVOCON_SET_OPTION_WORDS);
 
-/* Adds the bits of a delete option word; 1 for an unknown word. */
-static int tarvocon_delete_option(const char *word, uint32_t *flags)
-{
-    for (const auto &option : TARVOCON_DELETE_OPTIONS) {
-        if (strcasecmp(word, option.word) == 0) {
-            *flags |= option.bits;
-            return 0;
-        }
-    }
-    return 1;
-}
+static const tarvocon_option_td TARVOCON_DELETE_OPTION_WORDS[] = {
+    {"-regexp", TARVO_WRITE_OPTION_REGEXP, 0},
+    {"-comp_regexp",
+     TARVO_WRITE_OPTION_COMP_REGEXP | TARVO_WRITE_OPTION_REGEXP, 0},
+    {"-atomic", TARVO_WRITE_OPTION_ATOMIC, 0},
+    {"-apply_levels", 0, 0},
+    {"-initial_load", TARVO_WRITE_OPTION_INITIAL_LOAD, 0},
+    {"-optimal", TARVO_WRITE_OPTION_OPTIMAL, 0},
+};
+const tarvocon_option_table_td tarvocon_delete_options =
+    tarvocon_option_table(TARVOCON_DELETE_OPTION_WORDS);
 
 int tarvocon_delete(char **tokens, uint32_t count)
 {
@@ -225,9 +220,15 @@ int tarvocon_delete(char **tokens, uint32_t count)
         if (tokens[i][0] != '-') {
             /* A later name replaces an earlier one; long names are cut. */
             snprintf(name, sizeof name, "%s", tokens[i]);
-        } else if (tarvocon_delete_option(tokens[i], &flags) != 0) {
-            vel_printmsg(tarvocon_msg_sc_badformat(), VEL_SEVERITY_WARNING);
-            return 1;
+        } else {
+            const tarvocon_option_td *option =
+                tarvocon_find_option(&tarvocon_delete_options, tokens[i]);
+            if (option == NULL) {
+                vel_printmsg(tarvocon_msg_sc_badformat(),
+                             VEL_SEVERITY_WARNING);
+                return 1;
+            }
+            flags |= option->bits;
         }
     }
     int rc = tarvo_item_delete(tarvocon_bind_handle, name, flags);

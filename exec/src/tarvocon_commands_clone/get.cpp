@@ -10,9 +10,23 @@
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
-#include <strings.h>
 
 #include "tarvocon.h"
+#include "tarvocon_commands_clone/options.h"
+
+static const tarvocon_option_td TARVOCON_GET_OPTION_WORDS[] = {
+    {"-bulk", TARVO_ACCESS_OPTION_BULK, 0},
+    {"-nobulk", TARVO_ACCESS_OPTION_NOBULK, 0},
+};
+const tarvocon_option_table_td tarvocon_get_options =
+    tarvocon_option_table(TARVOCON_GET_OPTION_WORDS);
+
+/* getitems: "-s" in place of the path asks for a single node. */
+static const tarvocon_option_td TARVOCON_GETITEMS_OPTION_WORDS[] = {
+    {"-s", TARVO_ACCESS_OPTION_GET_ITEMS_SINGLE_NODE, 0},
+};
+const tarvocon_option_table_td tarvocon_getitems_options =
+    tarvocon_option_table(TARVOCON_GETITEMS_OPTION_WORDS);
 
 typedef int (*tarvocon_stream_body_td)(char **tokens, uint32_t count,
                                        FILE *stream);
@@ -40,20 +54,19 @@ static void tarvocon_report_get(const char *name, int32_t code)
 }
 
 /* The options and type words of get, tokens 2 onwards. */
-static int tarvocon_get_options(char **tokens, uint32_t count,
-                                tarvo_item_datatype_td *datatype,
-                                uint32_t *options)
+static int tarvocon_get_parse_options(char **tokens, uint32_t count,
+                                      tarvo_item_datatype_td *datatype,
+                                      uint32_t *options)
 {
     for (uint32_t i = 2; i < count; i++) {
         if (tokens[i][0] == '-') {
-            if (strcasecmp(tokens[i], "-bulk") == 0) {
-                *options |= TARVO_ACCESS_OPTION_BULK;
-            } else if (strcasecmp(tokens[i], "-nobulk") == 0) {
-                *options |= TARVO_ACCESS_OPTION_NOBULK;
-            } else {
+            const tarvocon_option_td *option =
+                tarvocon_find_option(&tarvocon_get_options, tokens[i]);
+            if (option == NULL) {
                 vel_printmsg(tarvocon_msg_sc_excess(), VEL_SEVERITY_WARNING);
                 return 1;
             }
+            *options |= option->bits;
         } else if (tarvocon_get_datatype(tokens[2], datatype) != 0) {
             /* The type word is always token 2, wherever the walk is. */
             return 1;
@@ -74,7 +87,7 @@ static int tarvocon_get_body(char **tokens, uint32_t count, FILE *stream)
     }
     tarvo_item_datatype_td datatype = (tarvo_item_datatype_td)0;
     uint32_t options = 0;
-    if (tarvocon_get_options(tokens, count, &datatype, &options) != 0) {
+    if (tarvocon_get_parse_options(tokens, count, &datatype, &options) != 0) {
         return 1;
     }
     void *value = NULL;
@@ -246,9 +259,11 @@ static int tarvocon_get_items_body(char **tokens, uint32_t count,
     }
     const char *path = tokens[1];
     uint32_t flags = 0;
-    if (strcasecmp(tokens[1], "-s") == 0) {
+    const tarvocon_option_td *option =
+        tarvocon_find_option(&tarvocon_getitems_options, tokens[1]);
+    if (option != NULL) {
         path = "";
-        flags = TARVO_ACCESS_OPTION_GET_ITEMS_SINGLE_NODE;
+        flags = option->bits;
     }
     tarvo_datalist_h_td list = NULL;
     int rc = tarvo_get_items(tarvocon_bind_handle, names, path, count - 2,

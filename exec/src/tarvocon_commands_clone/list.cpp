@@ -17,6 +17,7 @@
 #include <strings.h>
 
 #include "tarvocon.h"
+#include "tarvocon_commands_clone/options.h"
 
 #define TARVOCON_LIST_MAX_TOKENS 10
 #define TARVOCON_LIST_UNLIMITED 0xFFFFFFFFu
@@ -66,30 +67,30 @@ static void tarvocon_list_expand(tarvocon_list_request_td *request)
     }
 }
 
-/* The options that stand alone; 0 when word is none of them. */
-static int tarvocon_list_flag(tarvocon_list_request_td *request,
-                              const char *word)
+/* The value-taking words carry no bits; the walk tells them apart by
+ * word. -chunk's number may be left out. */
+static const tarvocon_option_td TARVOCON_LIST_OPTION_WORDS[] = {
+    {"-reverse", TARVO_ACCESS_OPTION_REVERSE, 0},
+    {"-next", TARVO_ACCESS_OPTION_NEXT, 0},
+    {"-bulk", TARVO_ACCESS_OPTION_BULK, 0},
+    {"-nobulk", TARVO_ACCESS_OPTION_NOBULK, 0},
+    {"-expand", TARVO_ACCESS_OPTION_EXPAND, 0},
+    {"-start", 0, 1},
+    {"-num", 0, 1},
+    {"-chunk", 0, 1},
+};
+const tarvocon_option_table_td tarvocon_list_options =
+    tarvocon_option_table(TARVOCON_LIST_OPTION_WORDS);
+
+/* A word that stands alone. */
+static void tarvocon_list_flag(tarvocon_list_request_td *request,
+                               const tarvocon_option_td *option)
 {
-    static const struct {
-        const char *word;
-        uint32_t bits;
-    } FLAGS[] = {
-        {"-reverse", TARVO_ACCESS_OPTION_REVERSE},
-        {"-next", TARVO_ACCESS_OPTION_NEXT},
-        {"-bulk", TARVO_ACCESS_OPTION_BULK},
-        {"-nobulk", TARVO_ACCESS_OPTION_NOBULK},
-    };
-    for (const auto &flag : FLAGS) {
-        if (strcasecmp(word, flag.word) == 0) {
-            request->access_options |= flag.bits;
-            return 1;
-        }
-    }
-    if (strcasecmp(word, "-expand") == 0) {
+    if (option->bits & TARVO_ACCESS_OPTION_EXPAND) {
         tarvocon_list_expand(request);
-        return 1;
+    } else {
+        request->access_options |= option->bits;
     }
-    return 0;
 }
 
 /* Parses tokens 1 onwards into request. Returns 0, 1 after a reported
@@ -102,29 +103,30 @@ static int tarvocon_parse_list_tokens(char **tokens, uint32_t count,
         const char *token = tokens[i];
         int has_next = i + 1 < count;
         int rc = 0;
+        const tarvocon_option_td *option =
+            token[0] == '-' ? tarvocon_find_option(&tarvocon_list_options, token)
+                            : NULL;
         if (token[0] != '-') {
             tarvocon_set_list_path(request, token);
             i++;
-        } else if (tarvocon_list_flag(request, token)) {
+        } else if (option != NULL && !option->argument) {
+            tarvocon_list_flag(request, option);
             i++;
-        } else if (strcasecmp(token, "-chunk") == 0) {
+        } else if (option != NULL && strcasecmp(token, "-chunk") == 0) {
             request->chunked = 1;
             i++;
             if (has_next && tokens[i][0] != '-') {
                 rc = tarvocon_parse_uint32(tokens[i++], &request->chunk_size);
             }
-        } else if (!has_next) {
+        } else if (!has_next || option == NULL) {
             vel_printmsg(tarvocon_msg_sc_badformat(), VEL_SEVERITY_WARNING);
             return 1;
         } else if (strcasecmp(token, "-start") == 0) {
             request->start = tokens[i + 1];
             i += 2;
-        } else if (strcasecmp(token, "-num") == 0) {
+        } else {
             rc = tarvocon_parse_uint32(tokens[i + 1], &request->num);
             i += 2;
-        } else {
-            vel_printmsg(tarvocon_msg_sc_badformat(), VEL_SEVERITY_WARNING);
-            return 1;
         }
         if (rc != 0) {
             return rc;

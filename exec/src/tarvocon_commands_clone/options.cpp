@@ -1,0 +1,67 @@
+/*
+ * Lookup in the handlers' option tables, and the registry of the tables by
+ * command word (see options.h). A command whose handler takes no option
+ * words is registered with tarvocon_no_options, so that the grammar is held
+ * to offering none for it either.
+ */
+#include <string.h>
+#include <strings.h>
+
+#include "tarvocon_commands_clone/options.h"
+
+const tarvocon_option_table_td tarvocon_no_options = {nullptr, 0};
+
+static const tarvocon_command_options_td TARVOCON_OPTION_TABLES[] = {
+    {"get", &tarvocon_get_options},
+    {"get_inh", &tarvocon_no_options},
+    {"dump", &tarvocon_no_options},
+    {"getitems", &tarvocon_getitems_options},
+    {"create", &tarvocon_no_options},
+    {"set", &tarvocon_set_options},
+    {"delete", &tarvocon_delete_options},
+    {"delete_cond", &tarvocon_no_options},
+    {"verify", &tarvocon_no_options},
+    {"match", &tarvocon_no_options},
+    {"copy", &tarvocon_copy_options},
+    {"list", &tarvocon_list_options},
+    {"ls", &tarvocon_list_options},
+    {"datalist", &tarvocon_list_options},
+    {"bind", &tarvocon_cd_options},
+    {"cd", &tarvocon_cd_options},
+    {"do", &tarvocon_no_options},
+    {"config", &tarvocon_no_options},
+    {"help", &tarvocon_no_options},
+    {"quit", &tarvocon_no_options},
+    {"exit", &tarvocon_no_options},
+};
+
+const tarvocon_command_options_td *tarvocon_option_tables(uint32_t *count)
+{
+    *count = sizeof TARVOCON_OPTION_TABLES / sizeof TARVOCON_OPTION_TABLES[0];
+    return TARVOCON_OPTION_TABLES;
+}
+
+static const tarvocon_option_td *
+tarvocon_find_option_by(const tarvocon_option_table_td *table,
+                        const char *word,
+                        int (*compare)(const char *, const char *))
+{
+    for (uint32_t i = 0; i < table->count; i++) {
+        if (compare(word, table->options[i].word) == 0)
+            return &table->options[i];
+    }
+    return nullptr;
+}
+
+const tarvocon_option_td *
+tarvocon_find_option(const tarvocon_option_table_td *table, const char *word)
+{
+    return tarvocon_find_option_by(table, word, strcasecmp);
+}
+
+const tarvocon_option_td *
+tarvocon_find_option_exact(const tarvocon_option_table_td *table,
+                           const char *word)
+{
+    return tarvocon_find_option_by(table, word, strcmp);
+}
