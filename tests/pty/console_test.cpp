@@ -149,17 +149,23 @@ TEST_F(ConsoleAtTerminal, PagingToTheEndReturnsToThePrompt) {
     std::string commands = "/\n";
     for (int i = 0; i < 60; i++)
         commands += "create /many/i" + std::to_string(100 + i) + " uint8 1\n";
+    for (int i = 0; i < 10; i++)
+        commands += "create /ten/t" + std::to_string(i) + " uint8 1\n";
     RunFile(commands);
     struct {
         const char *command;
+        std::vector<std::string> env;
         std::vector<std::string> shown; // somewhere in the pages
     } cases[] = {
-        {"help", {"quit or q or exit", "  uint64"}},
-        {"ls /many", {"'i100'", "'i159'"}},
+        {"help", {}, {"quit or q or exit", "  uint64"}},
+        {"ls /many", {}, {"'i100'", "'i159'"}},
+        // The user's own options still hold: ten lines fit the screen but
+        // not pages of four.
+        {"ls /ten", {"MORE=-n 4"}, {"'t0'", "'t9'"}},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.command);
-        auto session = StartAt("");
+        auto session = StartAt("", {}, c.env);
         ASSERT_TRUE(session);
         ASSERT_TRUE(session->wait_for("tarvocon:/> "));
         session->send(std::string(c.command) + "\r");
