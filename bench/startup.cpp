@@ -55,6 +55,8 @@ double RunOnce(const char *console, const std::string &data_dir) {
         return -1;
     if (pid == 0) {
         setenv("TARVO_DATA_DIR", data_dir.c_str(), 1);
+        // The console keeps its history under HOME: not the user's own.
+        setenv("HOME", data_dir.c_str(), 1);
         execl(console, console, static_cast<char *>(nullptr));
         _exit(127);
     }

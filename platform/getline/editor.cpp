@@ -25,6 +25,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include "history_file.h"
 #include "reader.h"
 
 namespace tarvo::getline {
@@ -38,6 +39,8 @@ namespace {
 constexpr char PREFILL_KEY[] = "\x1f";
 
 constexpr int HISTORY_SIZE = 1000;
+// A kept history file is cut back to HISTORY_SIZE after this many lines.
+constexpr size_t HISTORY_TRIM_EVERY = 100;
 
 class Editor final : public Reader {
 public:
@@ -57,6 +60,7 @@ public:
     bool init();
     std::optional<ReadResult> read(const std::string &prompt, const char *prefill) override;
     void add_history(const std::string &line) override;
+    int keep_history(const std::string &name) override;
 
 private:
     static Editor *self(EditLine *el) {
@@ -81,6 +85,7 @@ private:
 
     EditLine *el_ = nullptr;
     History *history_ = nullptr;
+    std::unique_ptr<HistoryFile> history_file_;  // null: history in memory only
     FILE *out_;
     std::string prompt_;
     std::string prefill_;
@@ -313,7 +318,27 @@ std::optional<ReadResult> Editor::read(const std::string &prompt, const char *pr
 
 void Editor::add_history(const std::string &line) {
     HistEvent event;
+    // A repeat of the newest entry is not added, so neither is it kept.
+    if (history(history_, &event, H_FIRST) == 0 && line == event.str)
+        return;
     history(history_, &event, H_ENTER, line.c_str());
+    if (history_file_ != nullptr)
+        history_file_->append(line);
+}
+
+int Editor::keep_history(const std::string &name) {
+    if (history_file_ != nullptr)
+        return EALREADY;
+    int error = 0;
+    auto file = HistoryFile::open(name, &error,
+                                  HistoryFile::Limits{HISTORY_SIZE, HISTORY_TRIM_EVERY});
+    if (file == nullptr)
+        return error;
+    HistEvent event;
+    for (const std::string &entry : file->load())
+        history(history_, &event, H_ENTER, entry.c_str());
+    history_file_ = std::move(file);
+    return 0;
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include <platform/getline.h>
 
 #include <cctype>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <unistd.h>
@@ -51,6 +52,12 @@ extern "C" void getline_histadd(getline_data *gl, const char *line) {
     if (gl == nullptr || line == nullptr || *line == '\0')
         return;
     gl->reader->add_history(line);
+}
+
+extern "C" int getline_history_keep(getline_data *gl, const char *name) {
+    if (gl == nullptr || name == nullptr)
+        return EINVAL;
+    return gl->reader->keep_history(name);
 }
 
 extern "C" int yes_or_no(getline_data *gl, const char *question, int default_answer,

@@ -1,5 +1,6 @@
 // Reading lines when standard input is not a terminal (pipes, files).
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <platform/getline.h>
@@ -33,6 +34,7 @@ public:
 
     // Nothing to recall without a terminal; kept so callers need not care.
     void add_history(const std::string &) override {}
+    int keep_history(const std::string &) override { return ENOTTY; }
 };
 
 } // namespace

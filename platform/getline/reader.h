@@ -24,6 +24,9 @@ public:
     virtual std::optional<ReadResult> read(const std::string &prompt,
                                            const char *prefill) = 0;
     virtual void add_history(const std::string &line) = 0;
+    /* Loads the history kept under `name` and keeps it from then on; 0 or
+     * an errno value (the history then lives in memory only). */
+    virtual int keep_history(const std::string &name) = 0;
 };
 
 /* Null when the terminal cannot be set up for editing. */

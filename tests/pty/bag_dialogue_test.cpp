@@ -33,11 +33,10 @@ protected:
             Quit(*session_);
     }
 
-    // get shows its output through the pager; this leaves it.
-    void LeavePager()
+    // get shows its output through the pager, which ends at the end of a
+    // short output by itself.
+    void PromptAfterPager()
     {
-        ASSERT_TRUE(session_->wait_for("--More--")) << session_->output();
-        session_->send("q");
         ASSERT_TRUE(session_->wait_for(PROMPT)) << session_->output();
     }
 
@@ -83,7 +82,7 @@ TEST_F(BagDialogueAtTerminal, EntersABagStepByStep)
                                    "  [pointer choice]\t00000000\r\n"
                                    "[end bag]\r\n"))
         << session_->output();
-    LeavePager();
+    PromptAfterPager();
 }
 
 TEST_F(BagDialogueAtTerminal, CtrlCAbandonsTheDialogueAtEveryKindOfPrompt)
@@ -115,7 +114,7 @@ TEST_F(BagDialogueAtTerminal, CtrlCAbandonsTheDialogueAtEveryKindOfPrompt)
         EXPECT_TRUE(session_->running());
         session_->send("get x\r");
         ASSERT_TRUE(session_->wait_for("While fetching item x")) << session_->output();
-        LeavePager();
+        PromptAfterPager();
     }
     EXPECT_EQ(session_->output().find("successfully created"), std::string::npos);
 }
@@ -146,7 +145,7 @@ TEST_F(BagDialogueAtTerminal, OpaqueAnswersAreAskedAgainUntilAccepted)
     ASSERT_TRUE(session_->wait_for("[opaque (len 2)]\t'raw'\t(0A0B)\r\n"
                                    "  [opaque (len 2)]\t'tag'\t(6F6B)\r\n"))
         << session_->output();
-    LeavePager();
+    PromptAfterPager();
 }
 
 } // namespace

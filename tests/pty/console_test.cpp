@@ -1,6 +1,7 @@
 // The console at a terminal: the initial bind question, prompt tags, Ctrl-C
-// and end of input at the prompt, a long typed line, help through the pager
-// "more", and quitting the pager while a command is still writing to it.
+// and end of input at the prompt, a long typed line, output through the
+// pager "more" (short, paged to its end, one pager per command), and
+// quitting the pager while a command is still writing to it.
 #include <gtest/gtest.h>
 
 #include <signal.h>
@@ -141,33 +142,81 @@ TEST_F(ConsoleAtTerminal, LongTypedLineRunsItsFirst1023Characters) {
     Quit(*session);
 }
 
-TEST_F(ConsoleAtTerminal, HelpWaitsForThePager) {
-    auto session = StartAt("");
-    ASSERT_TRUE(session);
-    ASSERT_TRUE(session->wait_for("tarvocon:/> "));
-    session->send("help\r");
-    ASSERT_TRUE(session->wait_for("--More--")) << session->output();
-    // The whole text sits in the pipe; the console waits for the pager all
-    // the same and shows no prompt while it runs.
-    session->settle();
-    EXPECT_EQ(session->take().find("tarvocon:/> "), std::string::npos);
-    // Page to the end; "more" stays at its "(END)" mark until it is quit,
-    // and only then does the prompt come back.
-    int seen = -1;
-    for (int page = 0; page < 20 && seen != 0; page++) {
-        session->send(" ");
-        seen = session->wait_for_any({"(END)", "tarvocon:/> "},
-                                     PtySession::Duration(2000));
-        ASSERT_NE(seen, 1) << "prompt before the pager ended";
+// Output longer than the screen pages; the console waits for the pager and
+// shows no prompt while it runs, and paging to the end brings the prompt
+// back with no extra key ("more" ends at the end of its input).
+TEST_F(ConsoleAtTerminal, PagingToTheEndReturnsToThePrompt) {
+    std::string commands = "/\n";
+    for (int i = 0; i < 60; i++)
+        commands += "create /many/i" + std::to_string(100 + i) + " uint8 1\n";
+    for (int i = 0; i < 10; i++)
+        commands += "create /ten/t" + std::to_string(i) + " uint8 1\n";
+    RunFile(commands);
+    struct {
+        const char *command;
+        std::vector<std::string> env;
+        std::vector<std::string> shown; // somewhere in the pages
+    } cases[] = {
+        {"help", {}, {"quit or q or exit", "  uint64"}},
+        {"ls /many", {}, {"'i100'", "'i159'"}},
+        // The user's own options still hold: ten lines fit the screen but
+        // not pages of four.
+        {"ls /ten", {"MORE=-n 4"}, {"'t0'", "'t9'"}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.command);
+        auto session = StartAt("", {}, c.env);
+        ASSERT_TRUE(session);
+        ASSERT_TRUE(session->wait_for("tarvocon:/> "));
+        session->send(std::string(c.command) + "\r");
+        ASSERT_TRUE(session->wait_for("--More--")) << session->output();
+        session->settle();
+        EXPECT_EQ(session->take().find("tarvocon:/> "), std::string::npos);
+        int seen = 0;
+        for (int page = 0; page < 20 && seen == 0; page++) {
+            session->send(" ");
+            seen = session->wait_for_any({"--More--", "tarvocon:/> "});
+        }
+        ASSERT_EQ(seen, 1) << session->output();
+        EXPECT_EQ(session->output().find("(END)"), std::string::npos);
+        for (const std::string &text : c.shown)
+            EXPECT_NE(session->output().find(text), std::string::npos) << text;
+        EXPECT_EQ(ChildrenOf(session->pid()), std::vector<pid_t>{});
+        Quit(*session);
     }
-    ASSERT_EQ(seen, 0) << session->output();
-    session->settle();
-    EXPECT_EQ(session->take().find("tarvocon:/> "), std::string::npos);
-    session->send("q");
-    ASSERT_TRUE(session->wait_for("tarvocon:/> ")) << session->take();
-    EXPECT_NE(session->output().find("quit or q or exit"), std::string::npos);
-    EXPECT_NE(session->output().find("  uint64"), std::string::npos);
-    Quit(*session);
+}
+
+// Output that fits the screen is printed and the prompt comes back at once;
+// the next line typed reaches the console, not the pager. getitems shows
+// its items through one pager (the data list display writes to the
+// command's own), and no pager is left running afterwards.
+TEST_F(ConsoleAtTerminal, ShortOutputReturnsAtOnce) {
+    RunFile("/\ncreate /two/a uint32 7\ncreate /two/b string bee\n");
+    struct {
+        const char *command;
+        std::vector<std::string> shown;
+    } cases[] = {
+        {"ls /two", {"'a'", "'b'"}},
+        {"getitems /two/ a b", {"'a'", "(0x00000007)", "'b' \"bee\""}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.command);
+        auto session = StartAt("");
+        ASSERT_TRUE(session);
+        ASSERT_TRUE(session->wait_for("tarvocon:/> "));
+        session->send(std::string(c.command) + "\r");
+        for (const std::string &text : c.shown)
+            ASSERT_TRUE(session->wait_for(text)) << session->output();
+        ASSERT_TRUE(session->wait_for("tarvocon:/> ")) << session->output();
+        EXPECT_EQ(ChildrenOf(session->pid()), std::vector<pid_t>{});
+        session->send("get /two/b\r");
+        ASSERT_TRUE(session->wait_for("'/two/b' \"bee\"")) << session->take();
+        ASSERT_TRUE(session->wait_for("tarvocon:/> ")) << session->take();
+        // Each item was shown once, by one pager.
+        std::string all = session->output();
+        EXPECT_EQ(all.find("'a'"), all.rfind("'a'")) << all;
+        Quit(*session);
+    }
 }
 
 TEST_F(ConsoleAtTerminal, QuittingThePagerEarlyAbandonsTheCommand) {

@@ -17,6 +17,17 @@
  *   output, a line is read plainly and the status is always GETLINE_ENTER.
  * getline_histadd: adds a line to this reader's history (empty lines and a
  *   repeat of the newest entry are not added).
+ * getline_history_keep: keeps this reader's history between runs under
+ *   `name` (letters, digits, "_" and "-", at most 64): loads the newest
+ *   entries kept under that name, and from then on every line
+ *   getline_histadd adds is written there too. The file is
+ *   $HOME/.local/state/tarvo/history/<name> (directories made 0700 when
+ *   missing), mode 0600, cut back to the newest 1000 entries. Several
+ *   processes may keep the same name at once. Returns 0, or an errno value
+ *   when the history cannot be kept (no absolute HOME, a directory that
+ *   cannot be made or written, a reader without a terminal: ENOTTY, called
+ *   twice: EALREADY); the reader's history then lives in memory only. Later
+ *   write failures are silent. Call it before the reader's first read.
  * yes_or_no: asks `question` followed by " (y/n) " and reads answers until
  *   one starts with y/Y or n/N; returns 1 for yes and 0 for no. An empty
  *   answer gives `default_answer`, unless `insist` is non-zero, in which case
@@ -46,6 +57,7 @@ void getline_free(getline_data *gl);
 char *qn_getline(getline_data *gl, const char *prompt, const char *prefill,
                  uint8_t *status);
 void getline_histadd(getline_data *gl, const char *line);
+int getline_history_keep(getline_data *gl, const char *name);
 int yes_or_no(getline_data *gl, const char *question, int default_answer,
               int insist);
 

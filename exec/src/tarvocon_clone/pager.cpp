@@ -25,15 +25,25 @@
  * The console keeps the pipe's read end open while the child lives, so
  * writing after the child ended neither fails nor raises SIGPIPE; the read
  * end is released once the child has been reaped.
+ *
+ * A command has at most one pager: a display that opens the pager while
+ * its command's pager is open (getitems shows its items through the data
+ * list display) writes to that same pager, and its close only flushes.
+ * "more" gets "-e" in front of the user's own MORE options, so it ends at
+ * the end of its input and the prompt comes back without an extra key.
  */
 #include <assert.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <string>
+#include <vector>
 
 #include "platform/os.h"
 #include "tarvocon.h"
@@ -52,11 +62,12 @@ struct tarvocon_child_td {
     int read_fd;
     int write_fd;
     int abandoned; /* the loop gave the stream up after a jump */
+    int pager_opens; /* open pager calls sharing the stream; 0: not the pager */
     FILE *stream;
     sigjmp_buf write_point;
 };
 
-tarvocon_child_td tarvocon_child = {0, 0, 0, -1, -1, 0, nullptr, {}};
+tarvocon_child_td tarvocon_child = {0, 0, 0, -1, -1, 0, 0, nullptr, {}};
 
 /* Releases owed by the command that is writing to the child. */
 struct tarvocon_hold_td {
@@ -83,6 +94,7 @@ void tarvocon_child_reset(void)
     tarvocon_child.read_fd = -1;
     tarvocon_child.write_fd = -1;
     tarvocon_child.abandoned = 0;
+    tarvocon_child.pager_opens = 0;
     tarvocon_child.stream = nullptr;
 }
 
@@ -170,9 +182,9 @@ void tarvocon_sigchld_handler(int signal_number)
     errno = saved_errno;
 }
 
-FILE *tarvocon_popen_w(char *const proc_argv[])
+/* tarvocon_popen_w with the child's environment given. */
+static FILE *tarvocon_popen_env(char *const proc_argv[], char *const envp[])
 {
-    assert(proc_argv != nullptr && proc_argv[0] != nullptr);
     assert(tarvocon_child.pid == 0); /* one child at a time */
     tarvocon_pager_running = 0;
 
@@ -187,7 +199,7 @@ FILE *tarvocon_popen_w(char *const proc_argv[])
     fflush(stdout);
     fflush(stderr);
     const int fd_map[3] = {fds[0], fileno(stdout), fileno(stderr)};
-    pid_t pid = spawnp(proc_argv[0], 3, fd_map, nullptr, proc_argv, environ);
+    pid_t pid = spawnp(proc_argv[0], 3, fd_map, nullptr, proc_argv, envp);
     if (pid < 0) {
         /* Callers report errno (perror): keep the reason of the failure. */
         int error = errno;
@@ -223,15 +235,51 @@ FILE *tarvocon_popen_w(char *const proc_argv[])
     return stream;
 }
 
+FILE *tarvocon_popen_w(char *const proc_argv[])
+{
+    assert(proc_argv != nullptr && proc_argv[0] != nullptr);
+    return tarvocon_popen_env(proc_argv, environ);
+}
+
+/* The pager's environment: the console's own with MORE set to "-e" followed
+ * by the user's MORE options, if any. "-e" makes "more" end at the end of
+ * its input instead of waiting at its end mark for a key; without it the
+ * next line typed would go to the pager, not to the console. The vector
+ * points into `environ` and at `more`, which must outlive it. */
+static std::vector<char *> tarvocon_pager_environment(std::string *more)
+{
+    const char *user = getenv("MORE");
+    *more = "MORE=-e";
+    if (user != nullptr && user[0] != '\0')
+        *more += std::string(" ") + user;
+    std::vector<char *> envp;
+    for (char **entry = environ; *entry != nullptr; entry++) {
+        if (strncmp(*entry, "MORE=", 5) != 0)
+            envp.push_back(*entry);
+    }
+    envp.push_back(more->data());
+    envp.push_back(nullptr);
+    return envp;
+}
+
 FILE *tarvocon_pager_open(void)
 {
-    int rows = 0;
-    if (tcgetsize(fileno(stdout), &rows, nullptr) == 0 && rows > 0) {
-        static char more[] = "more";
-        char *const argv[] = {more, nullptr};
-        return tarvocon_popen_w(argv);
+    if (tarvocon_child.pager_opens > 0) {
+        /* The command's pager is open already: one pager per command. */
+        tarvocon_child.pager_opens++;
+        return tarvocon_child.stream;
     }
-    return stdout;
+    int rows = 0;
+    if (tcgetsize(fileno(stdout), &rows, nullptr) != 0 || rows <= 0)
+        return stdout;
+    static char more_name[] = "more";
+    char *const argv[] = {more_name, nullptr};
+    std::string more;
+    std::vector<char *> envp = tarvocon_pager_environment(&more);
+    FILE *stream = tarvocon_popen_env(argv, envp.data());
+    if (stream != nullptr)
+        tarvocon_child.pager_opens = 1;
+    return stream;
 }
 
 int tarvocon_pclose(FILE *stream)
@@ -239,6 +287,11 @@ int tarvocon_pclose(FILE *stream)
     assert(stream != nullptr);
     if (stream == stdout)
         return 0;
+    if (stream == tarvocon_child.stream && tarvocon_child.pager_opens > 1) {
+        /* An inner open of the command's pager: the outer one closes it. */
+        tarvocon_child.pager_opens--;
+        return fflush(stream);
+    }
     /* From here on the child's end no longer abandons the command. */
     tarvocon_pager_running = 0;
     int result = fclose(stream);

@@ -58,6 +58,12 @@ const char tarvocon_cfg_warning[] =
 
 static const char TARVOCON_BIND_QUESTION[] = "Please enter initial bind point>/";
 
+/* The names the two readers keep their histories under between runs. A
+ * history that cannot be kept in a file is kept for the session only,
+ * without a note: it must never stop or disturb the console. */
+static const char TARVOCON_COMMAND_HISTORY[] = "commands";
+static const char TARVOCON_BIND_HISTORY[] = "bind_points";
+
 /* ---- The run ---- */
 
 /* Everything the loop keeps between passes. It lives in static storage so
@@ -202,7 +208,9 @@ static void tarvocon_open_source(tarvocon_run_td *run)
     if (run->reader == nullptr) {
         vel_printmsg(tarvocon_msg_sc_readerinit(), VEL_SEVERITY_NOTICE);
         run->stop = 1;
+        return;
     }
+    (void)getline_history_keep(run->reader, TARVOCON_COMMAND_HISTORY);
 }
 
 int tarvocon_read_file(FILE *file, char *buffer)
@@ -322,6 +330,7 @@ static void tarvocon_initial_bind(tarvocon_run_td *run)
         /* Its own reader: the answer never enters the loop's history. */
         question = getline_init();
         assert(question != nullptr);
+        (void)getline_history_keep(question, TARVOCON_BIND_HISTORY);
     }
     while (!run->bound && !run->stop)
         tarvocon_bind_attempt(run, question);
