@@ -135,6 +135,8 @@ TEST(Processes, ReadersDoNotWaitForAWriter)
         ASSERT_NE(nullptr, b.h);
         EXPECT_EQ(TARVO_DATATYPE_UINT32, b.get("a").first);
         EXPECT_EQ(std::vector<std::string>{"a:1"}, b.names(""));
+        uint32_t v = 7;
+        EXPECT_EQ(0, tarvo_item_verify(b.h, "a", TARVO_DATATYPE_UINT32, &v, 4, 0));
         EXPECT_LT(Clock::now() - start, std::chrono::milliseconds(TIMEOUT_MS));
         start = Clock::now();
         EXPECT_EQ(TARVO_ERR_BUSY, b.create_u32("b", 2));
