@@ -1,5 +1,6 @@
 #include "settings.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -60,14 +61,17 @@ void assign(Settings *s, const std::string &name, uint64_t v)
         s->busy_timeout_ms = static_cast<uint32_t>(v);
 }
 
-// mkdir -p
+// mkdir -p. Every directory made here is private (0700, whatever the
+// umask); directories that exist keep the mode they have.
 Status make_dirs(const std::string &dir)
 {
     for (size_t pos = 1; pos <= dir.size(); ++pos) {
         if (pos != dir.size() && dir[pos] != '/')
             continue;
         std::string part = dir.substr(0, pos);
-        if (::mkdir(part.c_str(), 0755) != 0 && errno != EEXIST)
+        if (::mkdir(part.c_str(), 0700) == 0)
+            ::chmod(part.c_str(), 0700);
+        else if (errno != EEXIST)
             return error(TARVO_ERR_DATA_DIR,
                          "cannot create " + part + ": " + std::strerror(errno));
     }
@@ -76,6 +80,63 @@ Status make_dirs(const std::string &dir)
         return error(TARVO_ERR_DATA_DIR, dir + " is not a directory");
     if (::access(dir.c_str(), W_OK | X_OK) != 0)
         return error(TARVO_ERR_DATA_DIR, dir + " is not writable");
+    return ok_status();
+}
+
+Status write_all(int fd, const std::string &text)
+{
+    for (size_t done = 0; done < text.size();) {
+        ssize_t n = ::write(fd, text.data() + done, text.size() - done);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return error(TARVO_ERR_DATA_DIR, std::strerror(errno));
+        done += static_cast<size_t>(n);
+    }
+    return ok_status();
+}
+
+// Writes `text` to a new file of the store's file mode, whatever the umask.
+Status write_private_file(const std::string &dir, const std::string &file,
+                          const std::string &text)
+{
+    mode_t mode = store_file_mode(dir);
+    int fd = ::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, mode);
+    if (fd < 0)
+        return error(TARVO_ERR_DATA_DIR, "cannot write " + file + ": " + std::strerror(errno));
+    Status s = ::fchmod(fd, mode) == 0 ? write_all(fd, text)
+                                       : error(TARVO_ERR_DATA_DIR, std::strerror(errno));
+    if (s.ok() && ::fsync(fd) != 0)
+        s = error(TARVO_ERR_DATA_DIR, std::strerror(errno));
+    if (::close(fd) != 0 && s.ok())
+        s = error(TARVO_ERR_DATA_DIR, std::strerror(errno));
+    if (!s.ok())
+        s.detail = "cannot write " + file + ": " + s.detail;
+    return s;
+}
+
+// Where the data directory is; *ours says whether the client makes it
+// when it is missing (an administrator makes /var/lib/tarvo).
+Status locate(std::string *dir, bool *ours)
+{
+    const char *env = std::getenv("TARVO_DATA_DIR");
+    *ours = true;
+    if (env && *env) {
+        *dir = env;
+        return ok_status();
+    }
+    struct stat st;
+    if (::stat("/var/lib/tarvo", &st) == 0 && S_ISDIR(st.st_mode) &&
+        ::access("/var/lib/tarvo", W_OK | X_OK) == 0) {
+        *dir = "/var/lib/tarvo";
+        *ours = false;
+        return ok_status();
+    }
+    const char *home = std::getenv("HOME");
+    if (!home || !*home)
+        return error(TARVO_ERR_DATA_DIR,
+                     "neither TARVO_DATA_DIR nor HOME is set and /var/lib/tarvo is not writable");
+    *dir = std::string(home) + "/.local/state/tarvo";
     return ok_status();
 }
 
@@ -108,25 +169,25 @@ const std::vector<Plane> &all_planes()
     return planes;
 }
 
+Status locate_data_dir(std::string *dir)
+{
+    bool ours = false;
+    return locate(dir, &ours);
+}
+
 Status resolve_data_dir(std::string *dir)
 {
-    const char *env = std::getenv("TARVO_DATA_DIR");
-    if (env && *env) {
-        *dir = env;
-        return make_dirs(*dir);
-    }
+    bool ours = false;
+    Status s = locate(dir, &ours);
+    return s.ok() && ours ? make_dirs(*dir) : s;
+}
+
+mode_t store_file_mode(const std::string &dir)
+{
     struct stat st;
-    if (::stat("/var/lib/tarvo", &st) == 0 && S_ISDIR(st.st_mode) &&
-        ::access("/var/lib/tarvo", W_OK | X_OK) == 0) {
-        *dir = "/var/lib/tarvo";
-        return ok_status();
-    }
-    const char *home = std::getenv("HOME");
-    if (!home || !*home)
-        return error(TARVO_ERR_DATA_DIR,
-                     "neither TARVO_DATA_DIR nor HOME is set and /var/lib/tarvo is not writable");
-    *dir = std::string(home) + "/.local/state/tarvo";
-    return make_dirs(*dir);
+    if (::stat(dir.c_str(), &st) == 0 && (st.st_mode & S_IWGRP))
+        return 0660;
+    return 0600;
 }
 
 std::string plane_file(const std::string &dir, Plane plane)
@@ -137,9 +198,15 @@ std::string plane_file(const std::string &dir, Plane plane)
 Status load_settings(const std::string &dir, Settings *settings)
 {
     *settings = Settings{};
-    std::ifstream in(dir + "/settings");
-    if (!in)
+    const std::string file = dir + "/settings";
+    // Absent means defaults; a file this user may not read must not
+    // silently give other settings than the other users of the store have.
+    struct stat st;
+    if (::stat(file.c_str(), &st) != 0 && errno == ENOENT)
         return ok_status();
+    std::ifstream in(file);
+    if (!in)
+        return error(TARVO_ERR_DATA_DIR, "cannot read " + file);
     std::string line;
     for (int number = 1; std::getline(in, line); ++number) {
         std::istringstream words(line);
@@ -183,11 +250,10 @@ Status save_setting(const std::string &dir, const std::string &name, const std::
             out << d.name << ' ' << mine << '\n';
     }
     std::string tmp = dir + "/settings.tmp." + std::to_string(::getpid());
-    {
-        std::ofstream file(tmp, std::ios::trunc);
-        file << out.str();
-        if (!file.flush())
-            return error(TARVO_ERR_DATA_DIR, "cannot write " + tmp);
+    s = write_private_file(dir, tmp, out.str());
+    if (!s.ok()) {
+        std::remove(tmp.c_str());
+        return s;
     }
     if (std::rename(tmp.c_str(), (dir + "/settings").c_str()) != 0) {
         std::remove(tmp.c_str());

@@ -5,8 +5,15 @@
 // $HOME/.local/state/tarvo (created). It holds one database file per plane
 // (shared.db, local.db, admin.db) and the text file "settings", one
 // "<name> <value>" line per setting that differs from its default.
+//
+// Everything the client creates there is private whatever the umask: the
+// directories 0700, the files store_file_mode() (0600, or 0660 in a
+// directory its group may write, which is how an administrator shares a
+// store with a group).
 #ifndef TARVO_SETTINGS_H
 #define TARVO_SETTINGS_H
+
+#include <sys/types.h>
 
 #include <cstdint>
 #include <string>
@@ -32,10 +39,16 @@ const std::vector<Plane> &all_planes();
 
 // Finds (and creates when needed) the data directory. DATA_DIR on failure.
 Status resolve_data_dir(std::string *dir);
+// Finds the data directory without creating or checking it (for tools that
+// only read). DATA_DIR when there is no candidate at all.
+Status locate_data_dir(std::string *dir);
+// The mode of the files the client creates in `dir`.
+mode_t store_file_mode(const std::string &dir);
 std::string plane_file(const std::string &dir, Plane plane);
 
 // The settings of a data directory; defaults when the file is absent.
-// STORE_CORRUPT for a line that cannot be read.
+// STORE_CORRUPT for a line that cannot be read, DATA_DIR for a file that
+// cannot be.
 Status load_settings(const std::string &dir, Settings *settings);
 // Writes one setting (a temporary file renamed into place). BAD_ARGUMENT for
 // an unknown name or a value out of range.

@@ -2,16 +2,24 @@
 // that readers in other processes never wait for a writer. Every write is a
 // BEGIN IMMEDIATE transaction (writers queue on the busy timeout instead of
 // deadlocking on a lock upgrade); every read is a single statement that is
-// reset before the call returns.
+// reset before the call returns. Opening a store for a bind only reads when
+// the schema is there; only a file without one takes the write lock.
+#include <fcntl.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cctype>
+#include <cerrno>
 #include <chrono>
+#include <cstring>
+#include <mutex>
 #include <thread>
 #include <unordered_map>
 
 #include "local_store.h"
 #include "paths.h"
+#include "settings.h"
 
 namespace tarvo {
 namespace {
@@ -156,7 +164,11 @@ public:
         sqlite3_close(db_);
     }
 
-    Status init(bool create);
+    // Makes the store usable for binds: reads the schema, creating it (and
+    // switching the file to WAL) only when the file has none.
+    Status open_for_binds();
+    // Only reads; NOT_FOUND when the file holds no schema yet.
+    Status open_for_reading();
 
     Status lookup(std::string_view path, Node *node) override;
     Status list(std::string_view dir, const ListQuery &query, Page *page) override;
@@ -183,6 +195,10 @@ private:
     {
         return sqlite_error(db_, rc, std::string(what) + " on " + file_);
     }
+    void configure();
+    Status count_objects(int64_t *objects);
+    Status switch_to_wal();
+    Status ensure_wal();
     Status create_schema();
     Status check_schema();
     Status read_page(Statement &st, uint32_t max_entries, uint64_t max_bytes,
@@ -222,50 +238,96 @@ Status SqliteStore::injected_fault()
     return ok_status();
 }
 
-Status SqliteStore::init(bool create)
+void SqliteStore::configure()
 {
     sqlite3_busy_timeout(db_, options_.busy_timeout_ms);
     sqlite3_extended_result_codes(db_, 1);
-    // journal_mode needs to read the file header: a file that is not a
-    // database fails here with SQLITE_NOTADB. Switching a new file to WAL
-    // while another process does the same can fail with SQLITE_BUSY at once,
-    // without the busy handler, to avoid a deadlock; such a switch is retried
-    // for as long as the busy timeout allows.
+}
+
+// A plain read: in WAL mode it never waits for a writer. A file that is not
+// a database fails here with SQLITE_NOTADB.
+Status SqliteStore::count_objects(int64_t *objects)
+{
+    sqlite3_stmt *raw = nullptr;
+    Status s = prepare("SELECT count(*) FROM sqlite_master", &raw);
+    if (!s.ok())
+        return s;
+    Statement st(raw);
+    int rc = st.step();
+    if (rc != SQLITE_ROW)
+        return error_of(rc, "schema");
+    *objects = st.int_column(0);
+    return ok_status();
+}
+
+// Switching a new file to WAL while another process does the same can fail
+// with SQLITE_BUSY at once, without the busy handler, to avoid a deadlock;
+// such a switch is retried for as long as the busy timeout allows.
+Status SqliteStore::switch_to_wal()
+{
     Status s;
     for (int waited = 0;; waited += 10) {
         s = exec("PRAGMA journal_mode=WAL", "journal mode");
         if (s.code != TARVO_ERR_BUSY || waited >= options_.busy_timeout_ms)
-            break;
+            return s;
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
-    if (s.ok())
-        s = exec("PRAGMA synchronous=NORMAL", "synchronous");
-    if (!s.ok())
-        return s;
-    if (create) {
-        s = create_schema();
-        if (!s.ok())
-            return s;
-    }
-    return check_schema();
 }
 
-Status SqliteStore::create_schema()
+// Asking for the journal mode takes no lock; only a store that is not in WAL
+// mode yet (which this client never leaves behind) is switched.
+Status SqliteStore::ensure_wal()
 {
-    Status s = exec("BEGIN IMMEDIATE", "begin");
+    sqlite3_stmt *raw = nullptr;
+    Status s = prepare("PRAGMA journal_mode", &raw);
     if (!s.ok())
         return s;
-    sqlite3_stmt *raw = nullptr;
-    s = prepare("SELECT count(*) FROM sqlite_master", &raw);
-    int64_t objects = 0;
-    if (s.ok()) {
+    std::string mode;
+    {
         Statement st(raw);
         int rc = st.step();
-        if (rc == SQLITE_ROW)
-            objects = st.int_column(0);
-        else
-            s = error_of(rc, "schema");
+        if (rc != SQLITE_ROW)
+            return error_of(rc, "journal mode");
+        mode = st.column(0);
     }
+    return mode == "wal" ? ok_status() : switch_to_wal();
+}
+
+Status SqliteStore::open_for_binds()
+{
+    configure();
+    int64_t objects = 0;
+    Status s = count_objects(&objects);
+    if (s.ok())
+        s = objects == 0 ? create_schema() : ensure_wal();
+    // synchronous is a setting of this connection; it touches no file.
+    if (s.ok())
+        s = exec("PRAGMA synchronous=NORMAL", "synchronous");
+    return s.ok() ? check_schema() : s;
+}
+
+Status SqliteStore::open_for_reading()
+{
+    configure();
+    int64_t objects = 0;
+    Status s = count_objects(&objects);
+    if (s.ok() && objects == 0)
+        return error(TARVO_ERR_NOT_FOUND, file_ + " holds no store yet");
+    return s.ok() ? check_schema() : s;
+}
+
+// The file had no schema when it was read. Another process may be creating
+// it at the same moment, so the count is taken again under the write lock
+// and the schema created only by the first one to get it.
+Status SqliteStore::create_schema()
+{
+    Status s = switch_to_wal();
+    if (s.ok())
+        s = exec("BEGIN IMMEDIATE", "begin");
+    if (!s.ok())
+        return s;
+    int64_t objects = 0;
+    s = count_objects(&objects);
     if (s.ok() && objects == 0) {
         s = exec(SCHEMA_SQL, "create schema");
         std::string meta = "INSERT INTO meta VALUES('schema_version','" +
@@ -578,27 +640,130 @@ Status SqliteStore::stats(StoreStats *out)
     return ok_status();
 }
 
-Status open_store(const std::string &file, const StoreOptions &options, bool create,
-                  std::unique_ptr<Store> *store)
+// Creates a missing store file with the store's file mode before SQLite
+// opens it: SQLite would make it 0644 less the umask, and it gives the -wal
+// and -shm files the mode of the database file.
+Status create_store_file(const std::string &file)
 {
-    struct stat st;
-    if (!create && ::stat(file.c_str(), &st) != 0)
-        return error(TARVO_ERR_NOT_FOUND, file);
-    sqlite3 *db = nullptr;
-    int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | (create ? SQLITE_OPEN_CREATE : 0);
-    int rc = sqlite3_open_v2(file.c_str(), &db, flags, nullptr);
-    if (rc != SQLITE_OK) {
-        Status s = error(TARVO_ERR_DATA_DIR, "cannot open " + file + ": " +
-                                                 (db ? sqlite3_errmsg(db) : sqlite3_errstr(rc)));
-        sqlite3_close(db);
-        return s;
+    size_t slash = file.rfind('/');
+    std::string dir = slash == std::string::npos ? "." : file.substr(0, slash);
+    if (slash == 0)
+        dir = "/";
+    mode_t mode = store_file_mode(dir);
+    int fd = ::open(file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode);
+    if (fd < 0) {
+        // An existing file (or whatever is in its place) is SQLite's to judge.
+        if (errno == EEXIST)
+            return ok_status();
+        return error(TARVO_ERR_DATA_DIR, "cannot create " + file + ": " + std::strerror(errno));
     }
-    auto opened = std::make_unique<SqliteStore>(db, file, options);
-    Status s = opened->init(create);
+    int rc = ::fchmod(fd, mode);
+    ::close(fd);
+    if (rc != 0)
+        return error(TARVO_ERR_DATA_DIR, "cannot set the mode of " + file);
+    return ok_status();
+}
+
+// Opens `name` (the file, or a URI for it) for the store in `file`.
+Status open_connection(const std::string &name, const std::string &file, int flags,
+                       sqlite3 **db)
+{
+    int rc = sqlite3_open_v2(name.c_str(), db, flags | SQLITE_OPEN_NOMUTEX, nullptr);
+    if (rc == SQLITE_OK)
+        return ok_status();
+    Status s = error(TARVO_ERR_DATA_DIR, "cannot open " + file + ": " +
+                                             (*db ? sqlite3_errmsg(*db) : sqlite3_errstr(rc)));
+    sqlite3_close(*db);
+    *db = nullptr;
+    return s;
+}
+
+// What the read-only open looks at to tell whether a file changed under it.
+struct FileState {
+    bool exists = false;
+    dev_t dev = 0;
+    ino_t ino = 0;
+    off_t size = 0;
+    struct timespec mtime {};
+    struct timespec ctime {};
+};
+
+FileState file_state(const std::string &file)
+{
+    FileState f;
+    struct stat st;
+    if (::stat(file.c_str(), &st) != 0)
+        return f;
+    f.exists = true;
+    f.dev = st.st_dev;
+    f.ino = st.st_ino;
+    f.size = st.st_size;
+    f.mtime = st.st_mtim;
+    f.ctime = st.st_ctim;
+    return f;
+}
+
+bool same(const FileState &a, const FileState &b)
+{
+    return a.exists == b.exists && a.dev == b.dev && a.ino == b.ino && a.size == b.size &&
+           a.mtime.tv_sec == b.mtime.tv_sec && a.mtime.tv_nsec == b.mtime.tv_nsec &&
+           a.ctime.tv_sec == b.ctime.tv_sec && a.ctime.tv_nsec == b.ctime.tv_nsec;
+}
+
+// A file name as an SQLite URI path (RFC 3986 percent-encoding).
+std::string uri_path(const std::string &file)
+{
+    static const char HEX[] = "0123456789ABCDEF";
+    std::string out;
+    for (unsigned char c : file) {
+        if (std::isalnum(c) || std::strchr("/-._~", c)) {
+            out += static_cast<char>(c);
+        } else {
+            out += '%';
+            out += HEX[c >> 4];
+            out += HEX[c & 15];
+        }
+    }
+    return out;
+}
+
+// The system's VFS, except that it opens every file read-only and creates
+// and deletes none: SQLite would otherwise create a missing -wal even for a
+// read-only connection.
+const char *read_only_vfs()
+{
+    static const char NAME[] = "tarvo-read-only";
+    static sqlite3_vfs *base = nullptr;
+    static sqlite3_vfs vfs;
+    static std::once_flag once;
+    std::call_once(once, [] {
+        base = sqlite3_vfs_find(nullptr);
+        vfs = *base;  // same methods and pAppData: they only see this copy
+        vfs.zName = NAME;
+        vfs.xOpen = [](sqlite3_vfs *, const char *name, sqlite3_file *file, int flags,
+                       int *out_flags) {
+            flags &= ~(SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+            return base->xOpen(base, name, file, flags | SQLITE_OPEN_READONLY, out_flags);
+        };
+        vfs.xDelete = [](sqlite3_vfs *, const char *, int) { return SQLITE_IOERR_DELETE; };
+        sqlite3_vfs_register(&vfs, 0);
+    });
+    return NAME;
+}
+
+// One read-only pass over the store file.
+Status read_once(const std::string &file, bool immutable,
+                 const std::function<Status(Store &)> &read)
+{
+    std::string uri = "file:" + uri_path(file) + "?vfs=" + read_only_vfs() +
+                      (immutable ? "&immutable=1" : "&readonly_shm=1");
+    sqlite3 *db = nullptr;
+    Status s = open_connection(uri, file, SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, &db);
     if (!s.ok())
         return s;
-    *store = std::move(opened);
-    return ok_status();
+    SqliteStore store(db, file, StoreOptions{});
+    s = store.open_for_reading();
+    return s.ok() ? read(store) : s;
 }
 
 }  // namespace
@@ -606,13 +771,58 @@ Status open_store(const std::string &file, const StoreOptions &options, bool cre
 Status open_sqlite_store(const std::string &file, const StoreOptions &options,
                          std::unique_ptr<Store> *store)
 {
-    return open_store(file, options, true, store);
+    Status s = create_store_file(file);
+    sqlite3 *db = nullptr;
+    if (s.ok())
+        s = open_connection(file, file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, &db);
+    if (!s.ok())
+        return s;
+    auto opened = std::make_unique<SqliteStore>(db, file, options);
+    s = opened->open_for_binds();
+    if (!s.ok())
+        return s;
+    *store = std::move(opened);
+    return ok_status();
 }
 
-Status open_sqlite_store_existing(const std::string &file, const StoreOptions &options,
-                                  std::unique_ptr<Store> *store)
+// With a journal (-wal and -shm present: the store is open somewhere, or a
+// process died with it open) SQLite reads the store with the index opened
+// read-only and takes read locks only. Without one the database file holds
+// everything and is read as immutable, which creates no journal; such a read
+// is only sound if no process opened the store and wrote the file meanwhile,
+// so it is repeated when one did. It is repeated too when the journal went
+// away between the look at the files and the open (its last user closed the
+// store), which makes the open fail.
+Status read_sqlite_store(const std::string &file, const std::function<Status(Store &)> &read)
 {
-    return open_store(file, options, false, store);
+    constexpr int ATTEMPTS = 5;
+    for (int attempt = 1;; ++attempt) {
+        FileState db = file_state(file);
+        FileState wal = file_state(file + "-wal");
+        FileState shm = file_state(file + "-shm");
+        if (!db.exists)
+            return error(TARVO_ERR_NOT_FOUND, file + " does not exist");
+        // What a process killed in its very first bind leaves behind.
+        if (db.size == 0)
+            return error(TARVO_ERR_NOT_FOUND, file + " is empty");
+        Status s;
+        // The last user of a store removes -shm a moment before -wal.
+        bool again = wal.size > 0 && !shm.exists;
+        if (again) {
+            s = error(TARVO_ERR_STORE, file + "-wal holds changes but " + file +
+                                           "-shm is missing; a bind recovers them");
+        } else {
+            bool immutable = !wal.exists || !shm.exists;
+            s = read_once(file, immutable, read);
+            again = immutable ? !same(db, file_state(file)) || !same(wal, file_state(file + "-wal"))
+                              : !s.ok() && !file_state(file + "-shm").exists;
+        }
+        if (!again)
+            return s;
+        if (attempt == ATTEMPTS)
+            return s.ok() ? error(TARVO_ERR_BUSY, file + " kept changing while it was read") : s;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
 }
 
 }  // namespace tarvo

@@ -178,16 +178,22 @@ struct StoreOptions {
     FaultPlan *faults = nullptr;     // not owned
 };
 
-// Opens (creating on first use) the SQLite store in `file`. DATA_DIR when the
-// file cannot be opened or created, STORE_CORRUPT when it is not a store of
-// this schema version.
+// Opens (creating on first use) the SQLite store in `file`. A missing file
+// is created with store_file_mode() of its directory; an empty file, or one
+// without tables, gets the schema. When the schema is there the open only
+// reads, so it never waits for a writer. DATA_DIR when the file cannot be
+// opened or created, STORE_CORRUPT when it is not a store of this schema
+// version.
 Status open_sqlite_store(const std::string &file, const StoreOptions &options,
                          std::unique_ptr<Store> *store);
 
-// Read-only open for checks: never creates the file. NOT_FOUND when absent.
-Status open_sqlite_store_existing(const std::string &file,
-                                  const StoreOptions &options,
-                                  std::unique_ptr<Store> *store);
+// Runs `read` on a read-only open of the store in `file` (for checks and
+// reports) and returns its result. Creates and changes no file: not the
+// store, not its -wal or -shm. NOT_FOUND when the file is absent, empty or
+// holds no tables (a store not created yet); BUSY when the file kept
+// changing under a read that needed it to stay still.
+Status read_sqlite_store(const std::string &file,
+                         const std::function<Status(Store &)> &read);
 
 // A private, empty in-memory store.
 std::unique_ptr<Store> new_memory_store(const StoreOptions &options);

@@ -3,7 +3,10 @@
 //   tarvoctl [-d datadir] check                      integrity of every plane
 //   tarvoctl [-d datadir] info                       files, counts, settings
 // Exit status 0 on success, 1 when a check finds problems or a request
-// fails, 2 for a usage error.
+// fails, 2 for a usage error. Only a setting change writes: reading a
+// setting, check and info create and change nothing, not even the data
+// directory, so they are safe on a store in use and on one that is not
+// writable.
 #include <sys/stat.h>
 
 #include <cstdio>
@@ -58,16 +61,13 @@ int check(const std::string &dir)
 {
     int result = 0;
     for (Plane plane : all_planes()) {
-        std::unique_ptr<Store> store;
-        std::string file = plane_file(dir, plane);
-        Status s = open_sqlite_store_existing(file, StoreOptions{}, &store);
+        std::vector<std::string> problems;
+        Status s = read_sqlite_store(plane_file(dir, plane),
+                                     [&](Store &store) { return store.check(&problems); });
         if (s.code == TARVO_ERR_NOT_FOUND) {
             std::printf("%s: not created yet\n", plane_name(plane));
             continue;
         }
-        std::vector<std::string> problems;
-        if (s.ok())
-            s = store->check(&problems);
         if (!s.ok()) {
             std::printf("%s: %s: %s\n", plane_name(plane), code_text(s.code), s.detail.c_str());
             result = 1;
@@ -82,9 +82,53 @@ int check(const std::string &dir)
     return result;
 }
 
+std::string mode_text(mode_t mode)
+{
+    char text[8];
+    std::snprintf(text, sizeof text, "%04o", static_cast<unsigned>(mode & 07777));
+    return text;
+}
+
+// Who besides the owner `mode` lets do what the two bits stand for.
+const char *who(mode_t mode, mode_t group_bit, mode_t other_bit)
+{
+    if ((mode & group_bit) && (mode & other_bit))
+        return "its group and others";
+    return (mode & group_bit) ? "its group" : "others";
+}
+
+// The client creates the directory 0700 and the files 0600 (0660 in a
+// directory shared with a group). A directory that others can write lets
+// them replace the stores; a file that others can read gives away the
+// configuration. The client itself refuses neither: an administrator may
+// share /var/lib/tarvo with a group on purpose.
+void print_permission_warnings(const std::string &dir)
+{
+    struct stat st;
+    if (::stat(dir.c_str(), &st) == 0 && (st.st_mode & (S_IWGRP | S_IWOTH)))
+        std::printf("warning: the data directory can be written by %s (mode %s): "
+                    "they can replace or remove the stores\n",
+                    who(st.st_mode, S_IWGRP, S_IWOTH), mode_text(st.st_mode).c_str());
+    std::vector<std::string> files;
+    for (Plane plane : all_planes())
+        for (const char *suffix : {"", "-wal", "-shm"})
+            files.push_back(plane_file(dir, plane) + suffix);
+    files.push_back(dir + "/settings");
+    for (const std::string &file : files) {
+        if (::stat(file.c_str(), &st) != 0 || !(st.st_mode & (S_IROTH | S_IWOTH)))
+            continue;
+        const char *how = !(st.st_mode & S_IWOTH)   ? "read"
+                          : !(st.st_mode & S_IROTH) ? "written"
+                                                    : "read and written";
+        std::printf("warning: %s can be %s by others (mode %s)\n", file.c_str(), how,
+                    mode_text(st.st_mode).c_str());
+    }
+}
+
 int info(const std::string &dir)
 {
     std::printf("data directory: %s\n", dir.c_str());
+    print_permission_warnings(dir);
     Settings settings;
     Status s = load_settings(dir, &settings);
     if (!s.ok())
@@ -97,15 +141,12 @@ int info(const std::string &dir)
     int result = 0;
     for (Plane plane : all_planes()) {
         std::string file = plane_file(dir, plane);
-        std::unique_ptr<Store> store;
-        s = open_sqlite_store_existing(file, StoreOptions{}, &store);
+        StoreStats stats;
+        s = read_sqlite_store(file, [&](Store &store) { return store.stats(&stats); });
         if (s.code == TARVO_ERR_NOT_FOUND) {
             std::printf("plane %s: not created yet\n", plane_name(plane));
             continue;
         }
-        StoreStats stats;
-        if (s.ok())
-            s = store->stats(&stats);
         if (!s.ok()) {
             std::printf("plane %s: %s: %s\n", plane_name(plane), code_text(s.code),
                         s.detail.c_str());
@@ -139,11 +180,13 @@ int main(int argc, char **argv)
     }
     if (args.empty())
         return usage();
-    Status s = resolve_data_dir(&dir);
-    if (!s.ok())
-        return report(s);
     std::string command = args[0];
     args.erase(args.begin());
+    // Only a setting change may create the data directory.
+    bool writes = command == "setting" && args.size() == 2;
+    Status s = writes ? resolve_data_dir(&dir) : locate_data_dir(&dir);
+    if (!s.ok())
+        return report(s);
     if (command == "setting")
         return setting(dir, args);
     if (command == "check" && args.empty())

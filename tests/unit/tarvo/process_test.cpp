@@ -1,12 +1,16 @@
 // Several processes on one data directory at once: nothing is lost, every
-// change is in the event log, and racing first binds all succeed.
+// change is in the event log, racing first binds all succeed, and readers
+// do not wait for a writer.
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <functional>
 
 #include "bind.h"
+#include "settings.h"
 #include "test_util.h"
 
 namespace {
@@ -92,6 +96,57 @@ TEST(Processes, SimultaneousFirstBinds)
     });
     tarvo_test::Bound b("/first", TARVO_BIND_OPTION_ADMIN_PLANE);
     EXPECT_EQ(6u, b.names("").size());
+}
+
+// Another process holds the write lock of the store for longer than the busy
+// timeout: a new bind and its reads go through at once, a write waits for
+// the timeout and fails with BUSY.
+TEST(Processes, ReadersDoNotWaitForAWriter)
+{
+    using Clock = std::chrono::steady_clock;
+    constexpr int TIMEOUT_MS = 1000;
+    tarvo_test::DataDir dir;
+    ASSERT_TRUE(tarvo::save_setting(dir.path(), "busy_timeout_ms", std::to_string(TIMEOUT_MS)).ok());
+    {
+        tarvo_test::Bound b("/r");
+        ASSERT_EQ(0, b.create_u32("a", 1));
+    }
+    int held[2];
+    ASSERT_EQ(0, pipe(held));
+    pid_t writer = fork();
+    ASSERT_GE(writer, 0);
+    if (writer == 0) {
+        sqlite3 *db = nullptr;
+        bool ok = sqlite3_open((dir.path() + "/shared.db").c_str(), &db) == SQLITE_OK &&
+                  sqlite3_exec(db, "BEGIN IMMEDIATE; DELETE FROM nodes;", nullptr, nullptr,
+                               nullptr) == SQLITE_OK;
+        ok = write(held[1], ok ? "y" : "n", 1) == 1 && ok;
+        usleep(3 * TIMEOUT_MS * 1000);
+        sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
+        sqlite3_close(db);
+        _exit(ok ? 0 : 1);
+    }
+    char c = 0;
+    ASSERT_EQ(1, read(held[0], &c, 1));
+    ASSERT_EQ('y', c);
+    auto start = Clock::now();
+    {
+        tarvo_test::Bound b("/r");
+        ASSERT_NE(nullptr, b.h);
+        EXPECT_EQ(TARVO_DATATYPE_UINT32, b.get("a").first);
+        EXPECT_EQ(std::vector<std::string>{"a:1"}, b.names(""));
+        uint32_t v = 7;
+        EXPECT_EQ(0, tarvo_item_verify(b.h, "a", TARVO_DATATYPE_UINT32, &v, 4, 0));
+        EXPECT_LT(Clock::now() - start, std::chrono::milliseconds(TIMEOUT_MS));
+        start = Clock::now();
+        EXPECT_EQ(TARVO_ERR_BUSY, b.create_u32("b", 2));
+        EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(TIMEOUT_MS * 9 / 10));
+    }
+    int status = 0;
+    ASSERT_EQ(writer, waitpid(writer, &status, 0));
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    close(held[0]);
+    close(held[1]);
 }
 
 }  // namespace

@@ -1,10 +1,14 @@
 // The store under the API: damaged and foreign files, the data directory,
-// settings, the event window, injected store failures and tarvoctl.
+// file modes, settings, the event window, injected store failures and
+// tarvoctl.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <fstream>
+#include <map>
+#include <sstream>
 
 #include "bind.h"
 #include "settings.h"
@@ -87,6 +91,43 @@ TEST(Store, DataDirectory)
         EXPECT_TRUE(std::filesystem::exists(dir.path() + "/.local/state/tarvo/shared.db"));
         setenv("HOME", home.c_str(), 1);
     }
+}
+
+mode_t mode_of(const std::string &path)
+{
+    struct stat st {};
+    return ::stat(path.c_str(), &st) == 0 ? st.st_mode & 07777 : 0;
+}
+
+// Under the usual umask the store would be readable by every local user.
+TEST(Store, FilesArePrivate)
+{
+    const mode_t umask_before = ::umask(022);
+    struct Case {
+        const char *what;
+        mode_t existing;  // mode of a directory made beforehand, 0: none
+        mode_t dir, file;
+    } cases[] = {
+        {"directory made by the client", 0, 0700, 0600},
+        {"directory shared with a group", 02770, 02770, 0660},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        DataDir top;
+        const std::string dir = top.path() + "/data";
+        if (c.existing) {
+            ASSERT_EQ(0, ::mkdir(dir.c_str(), 0700));
+            ASSERT_EQ(0, ::chmod(dir.c_str(), c.existing));
+        }
+        setenv("TARVO_DATA_DIR", dir.c_str(), 1);
+        Bound b;
+        ASSERT_EQ(0, b.create_u32("/m", 1));
+        ASSERT_TRUE(tarvo::save_setting(dir, "batch_entries", "5").ok());
+        EXPECT_EQ(c.dir, mode_of(dir));
+        for (const char *name : {"shared.db", "shared.db-wal", "shared.db-shm", "settings"})
+            EXPECT_EQ(c.file, mode_of(dir + "/" + name)) << name;
+    }
+    ::umask(umask_before);
 }
 
 TEST(Store, Settings)
@@ -254,6 +295,124 @@ TEST(Tarvoctl, SettingsCheckAndInfo)
     std::string report = run(ctl + "check", &status);
     EXPECT_EQ(1, status);
     EXPECT_NE(std::string::npos, report.find("empty directory /lonely/")) << report;
+}
+
+// Name, size and modification time of every file in a directory.
+std::map<std::string, std::string> snapshot(const std::string &dir)
+{
+    std::map<std::string, std::string> files;
+    for (const auto &entry : std::filesystem::directory_iterator(dir)) {
+        struct stat st {};
+        ::stat(entry.path().c_str(), &st);
+        files[entry.path().filename()] = std::to_string(st.st_size) + " " +
+                                         std::to_string(st.st_mtim.tv_sec) + "." +
+                                         std::to_string(st.st_mtim.tv_nsec);
+    }
+    return files;
+}
+
+// check and info only read, whatever state a store file is in, and agree
+// with the client about a file that holds no store yet.
+TEST(Tarvoctl, CheckAndInfoOnlyRead)
+{
+    const char *tool = getenv("TARVOCTL");
+    if (!tool)
+        GTEST_SKIP() << "TARVOCTL not set";
+    using Open = std::unique_ptr<Bound>;
+    auto two_items = [](Bound &b) {
+        ASSERT_EQ(0, b.create_u32("/x/a", 1));
+        ASSERT_EQ(0, b.create_u32("/x/b", 2));
+    };
+    struct Case {
+        const char *what;
+        std::function<void(const std::string &file, Open &open)> prepare;
+        const char *shared;     // check's line for the plane
+        const char *info_part;  // in info's line for the plane
+    } cases[] = {
+        {"empty file (killed in the first bind)",
+         [](const std::string &f, Open &) { std::ofstream{f}; }, "shared: not created yet",
+         "plane shared: not created yet"},
+        {"a header without tables",
+         [](const std::string &f, Open &) { sql(f, "PRAGMA journal_mode=WAL"); },
+         "shared: not created yet", "plane shared: not created yet"},
+        {"closed store", [&](const std::string &, Open &) { Bound b; two_items(b); },
+         "shared: ok", "2 items"},
+        {"store in use, its changes still in the journal",
+         [&](const std::string &, Open &open) {
+             open = std::make_unique<Bound>();
+             two_items(*open);
+         },
+         "shared: ok", "2 items"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        DataDir dir;
+        const std::string ctl = std::string(tool) + " -d " + dir.path() + " ";
+        Open open;
+        c.prepare(dir.path() + "/shared.db", open);
+        const auto before = snapshot(dir.path());
+        int status = -1;
+        std::string report = run(ctl + "check", &status);
+        EXPECT_EQ(std::string(c.shared) + "\nlocal: not created yet\nadmin: not created yet\n",
+                  report);
+        EXPECT_EQ(0, status);
+        std::string info = run(ctl + "info", &status);
+        EXPECT_NE(std::string::npos, info.find(c.info_part)) << info;
+        EXPECT_EQ(0, status);
+        EXPECT_EQ(before, snapshot(dir.path()));
+        // The client makes the store in what check called not created yet.
+        open.reset();
+        EXPECT_EQ(0, bind_code());
+        EXPECT_EQ("shared: ok\n", run(ctl + "check", &status).substr(0, 11));
+    }
+    // Nothing is made for a data directory that does not exist.
+    DataDir dir;
+    int status = -1;
+    run(std::string(tool) + " -d " + dir.path() + "/none info", &status);
+    run(std::string(tool) + " -d " + dir.path() + "/none check", &status);
+    EXPECT_EQ(0, status);
+    EXPECT_FALSE(std::filesystem::exists(dir.path() + "/none"));
+}
+
+TEST(Tarvoctl, InfoWarnsAboutOpenPermissions)
+{
+    const char *tool = getenv("TARVOCTL");
+    if (!tool)
+        GTEST_SKIP() << "TARVOCTL not set";
+    struct Case {
+        mode_t dir, file;
+        std::vector<std::string> warnings;  // with @ for the directory
+    } cases[] = {
+        {0700, 0600, {}},
+        {02770, 0660, {"warning: the data directory can be written by its group (mode 2770): "
+                       "they can replace or remove the stores"}},
+        {0777, 0600, {"warning: the data directory can be written by its group and others "
+                      "(mode 0777): they can replace or remove the stores"}},
+        {0755, 0644, {"warning: @/shared.db can be read by others (mode 0644)"}},
+        {0701, 0606, {"warning: @/shared.db can be read and written by others (mode 0606)"}},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(testing::Message() << "directory mode " << std::oct << c.dir);
+        DataDir dir;
+        ASSERT_EQ(0, bind_code());
+        ASSERT_EQ(0, ::chmod(dir.path().c_str(), c.dir));
+        ASSERT_EQ(0, ::chmod((dir.path() + "/shared.db").c_str(), c.file));
+        int status = -1;
+        std::string info = run(std::string(tool) + " -d " + dir.path() + " info", &status);
+        EXPECT_EQ(0, status);
+        std::string expected;
+        for (std::string w : c.warnings) {
+            if (w.find('@') != std::string::npos)
+                w.replace(w.find('@'), 1, dir.path());
+            expected += w + "\n";
+        }
+        std::string warnings;
+        std::istringstream lines(info);
+        for (std::string line; std::getline(lines, line);)
+            if (line.rfind("warning:", 0) == 0)
+                warnings += line + "\n";
+        EXPECT_EQ(expected, warnings) << info;
+    }
 }
 
 }  // namespace
