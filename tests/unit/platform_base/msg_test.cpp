@@ -145,7 +145,7 @@ TEST(Printer, SendsTheMessageToTheSystemLog) {
         capture_output({2}, [&] { vel_printmsg(&def, c.severity, "no library"); });
         std::string line = daemon.receive();
         // "<pri>Mmm dd hh:mm:ss tarvocon[pid]: TARVO-<sev>-<MNEMONIC>: text"
-        std::string head = "<" + std::to_string(c.priority) + ">";
+        std::string head = std::string("<").append(std::to_string(c.priority)).append(">");
         std::string tail = " tarvocon[" + std::to_string(getpid()) + "]: TARVO-" +
                            std::to_string(c.severity) + "-" + c.mnemonic +
                            ": Could not bind: no library";
