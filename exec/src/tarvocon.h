@@ -45,8 +45,8 @@ extern "C" {
 #define TARVOCON_COMMAND_COUNT 59
 #define TARVOCON_COMMAND_WORD_SIZE 24
 
-#define TARVOCON_ERR_BAD_VALUE ((int)0x40818800u)
-#define TARVOCON_ERR_NO_LIBRARY ((int)0x8081c200u)
+#define TARVOCON_ERR_BAD_VALUE ((int)TARVO_ERR_BAD_VALUE)
+#define TARVOCON_ERR_NO_LIBRARY ((int)TARVO_ERR_NO_LIBRARY)
 
 #define TARVOCON_PACKED_UINT 1
 #define TARVOCON_PACKED_ULONG 2
@@ -142,6 +142,11 @@ void tarvocon_pager_let_go(void *object);
 
 /* ---- Values (tarvocon_clone/values.cpp) ---- */
 int tarvocon_get_datatype(char *description, tarvo_item_datatype_td *datatype);
+/* The datatype's name from the client's datatype list, or null for a code
+ * the list does not hold; and the byte width of its integer values (0 for
+ * the other datatypes and for unknown codes). */
+const char *tarvocon_datatype_name(tarvo_item_datatype_td datatype);
+uint32_t tarvocon_datatype_width(tarvo_item_datatype_td datatype);
 int tarvocon_parse_uint64(const char *text, uint64_t *result);
 int tarvocon_parse_uint32(const char *text, uint32_t *result);
 int tarvocon_parse_uint16(const char *text, uint16_t *result);

@@ -13,8 +13,11 @@
 int main(int argc, char **argv)
 {
     std::string path;
-    for (int i = 1; i < argc; ++i)
-        path += (path.empty() ? "" : ":") + std::string(argv[i]);
+    for (int i = 1; i < argc; ++i) {
+        if (!path.empty())
+            path += ':';
+        path += argv[i];
+    }
     std::unique_ptr<tarvo_bag::Registry> loaded;
     if (!path.empty())
         loaded = tarvo_bag::Registry::load(path);

@@ -14,8 +14,9 @@ namespace tarvo::msg {
 
 namespace {
 
-#define TARVO_MSG_ENTRY(name, code, text) \
-    ErrorText{static_cast<int32_t>(code##u), #name, text},
+// Generated from the code lists of the library headers, the one place where
+// each code is given its name, value and text.
+#define TARVO_MSG_ENTRY(name, code, text) ErrorText{name, #name, text},
 
 constexpr ErrorText ERROR_TABLE[] = {
     TARVO_ERROR_LIST(TARVO_MSG_ENTRY)

@@ -16,9 +16,10 @@ Status check_components(std::string_view path)
             return error(TARVO_ERR_BAD_PATH,
                          "empty path component in " + std::string(path));
         if (comp == "." || comp == "..")
-            return error(TARVO_ERR_BAD_PATH, "\"" + std::string(comp) +
-                                                 "\" is not allowed in " +
-                                                 std::string(path));
+            return error(TARVO_ERR_BAD_PATH, std::string("\"")
+                                                 .append(comp)
+                                                 .append("\" is not allowed in ")
+                                                 .append(path));
         pos = end + 1;
     }
     return ok_status();

@@ -8,21 +8,25 @@
 namespace tarvo {
 namespace {
 
-struct TypeName {
+struct TypeRow {
     int32_t code;
     const char *name;
+    uint32_t width;
+    bool is_signed;
 };
 
-constexpr TypeName TYPE_NAMES[] = {
-    {TARVO_DATATYPE_DIR, "dir"},       {TARVO_DATATYPE_EXTERNAL_ITEM, "external_item"},
-    {TARVO_DATATYPE_EXTERNAL_DIR, "external_dir"},
-    {TARVO_DATATYPE_UINT32, "uint32"}, {TARVO_DATATYPE_UINT64, "uint64"},
-    {TARVO_DATATYPE_STRING, "string"}, {TARVO_DATATYPE_PACKED, "packed"},
-    {TARVO_DATATYPE_BAG, "bag"},       {TARVO_DATATYPE_INT8, "int8"},
-    {TARVO_DATATYPE_UINT8, "uint8"},   {TARVO_DATATYPE_INT16, "int16"},
-    {TARVO_DATATYPE_UINT16, "uint16"}, {TARVO_DATATYPE_INT32, "int32"},
-    {TARVO_DATATYPE_INT64, "int64"},
-};
+#define TARVO_TYPE_ROW(id, code, name, width, is_signed) \
+    TypeRow{TARVO_DATATYPE_##id, name, width, is_signed != 0},
+constexpr TypeRow TYPES[] = {TARVO_DATATYPE_LIST(TARVO_TYPE_ROW)};
+#undef TARVO_TYPE_ROW
+
+const TypeRow *find_type(int32_t datatype)
+{
+    for (const TypeRow &t : TYPES)
+        if (t.code == datatype)
+            return &t;
+    return nullptr;
+}
 
 Status check_string(std::string_view value)
 {
@@ -53,36 +57,19 @@ Status check_bag(std::string_view value)
 
 bool is_storable(int32_t datatype)
 {
-    return datatype == TARVO_DATATYPE_UINT32 || datatype == TARVO_DATATYPE_UINT64 ||
-           datatype == TARVO_DATATYPE_STRING || datatype == TARVO_DATATYPE_PACKED ||
-           datatype == TARVO_DATATYPE_BAG ||
-           (datatype >= TARVO_DATATYPE_INT8 && datatype <= TARVO_DATATYPE_INT64);
+    return datatype > 0 && find_type(datatype) != nullptr;
 }
 
 uint32_t integer_width(int32_t datatype)
 {
-    switch (datatype) {
-    case TARVO_DATATYPE_INT8:
-    case TARVO_DATATYPE_UINT8:
-        return 1;
-    case TARVO_DATATYPE_INT16:
-    case TARVO_DATATYPE_UINT16:
-        return 2;
-    case TARVO_DATATYPE_UINT32:
-    case TARVO_DATATYPE_INT32:
-        return 4;
-    case TARVO_DATATYPE_UINT64:
-    case TARVO_DATATYPE_INT64:
-        return 8;
-    default:
-        return 0;
-    }
+    const TypeRow *t = find_type(datatype);
+    return t ? t->width : 0;
 }
 
 bool is_signed_integer(int32_t datatype)
 {
-    return datatype == TARVO_DATATYPE_INT8 || datatype == TARVO_DATATYPE_INT16 ||
-           datatype == TARVO_DATATYPE_INT32 || datatype == TARVO_DATATYPE_INT64;
+    const TypeRow *t = find_type(datatype);
+    return t && t->is_signed;
 }
 
 Status check_value(int32_t datatype, std::string_view value)
@@ -111,15 +98,13 @@ Status check_value(int32_t datatype, std::string_view value)
 
 std::string datatype_name(int32_t datatype)
 {
-    for (const TypeName &t : TYPE_NAMES)
-        if (t.code == datatype)
-            return t.name;
-    return std::to_string(datatype);
+    const TypeRow *t = find_type(datatype);
+    return t ? t->name : std::to_string(datatype);
 }
 
 std::optional<int32_t> parse_datatype(std::string_view word)
 {
-    for (const TypeName &t : TYPE_NAMES)
+    for (const TypeRow &t : TYPES)
         if (word == t.name)
             return t.code;
     if (word.empty() || word.size() > 3)
@@ -133,21 +118,37 @@ std::optional<int32_t> parse_datatype(std::string_view word)
     return n;
 }
 
+namespace {
+
+// Reads an integer of the width of S and U (host byte order) and widens it.
+template <typename S, typename U>
+void widen(std::string_view value, bool is_signed, int64_t *s, uint64_t *u)
+{
+    static_assert(sizeof(S) == sizeof(U));
+    if (is_signed) {
+        S v;
+        std::memcpy(&v, value.data(), sizeof v);
+        *s = v;
+    } else {
+        U v;
+        std::memcpy(&v, value.data(), sizeof v);
+        *u = v;
+    }
+}
+
+}  // namespace
+
 bool integer_value(int32_t datatype, std::string_view value, int64_t *s,
                    uint64_t *u)
 {
-    uint32_t width = integer_width(datatype);
-    if (!width || value.size() != width)
+    const TypeRow *t = find_type(datatype);
+    if (!t || !t->width || value.size() != t->width)
         return false;
-    switch (datatype) {
-    case TARVO_DATATYPE_INT8: { int8_t v; std::memcpy(&v, value.data(), 1); *s = v; break; }
-    case TARVO_DATATYPE_INT16: { int16_t v; std::memcpy(&v, value.data(), 2); *s = v; break; }
-    case TARVO_DATATYPE_INT32: { int32_t v; std::memcpy(&v, value.data(), 4); *s = v; break; }
-    case TARVO_DATATYPE_INT64: { int64_t v; std::memcpy(&v, value.data(), 8); *s = v; break; }
-    case TARVO_DATATYPE_UINT8: { uint8_t v; std::memcpy(&v, value.data(), 1); *u = v; break; }
-    case TARVO_DATATYPE_UINT16: { uint16_t v; std::memcpy(&v, value.data(), 2); *u = v; break; }
-    case TARVO_DATATYPE_UINT32: { uint32_t v; std::memcpy(&v, value.data(), 4); *u = v; break; }
-    default: { uint64_t v; std::memcpy(&v, value.data(), 8); *u = v; break; }
+    switch (t->width) {
+    case 1: widen<int8_t, uint8_t>(value, t->is_signed, s, u); break;
+    case 2: widen<int16_t, uint16_t>(value, t->is_signed, s, u); break;
+    case 4: widen<int32_t, uint32_t>(value, t->is_signed, s, u); break;
+    default: widen<int64_t, uint64_t>(value, t->is_signed, s, u); break;
     }
     return true;
 }

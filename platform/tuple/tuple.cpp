@@ -133,10 +133,13 @@ extern "C" char *tuple_extract_format(const tuple_buf *tuple) {
         return nullptr;
     std::string format;
     for (size_t i = 0; i < decoded->kinds.size(); ++i) {
-        if (decoded->kinds[i] == Kind::STRING)
-            format += "%" + std::to_string(decoded->values[i].text.size()) + "s";
-        else
+        if (decoded->kinds[i] == Kind::STRING) {
+            format += '%';
+            format += std::to_string(decoded->values[i].text.size());
+            format += 's';
+        } else {
             format += tarvo::tuple::canonical(decoded->kinds[i]);
+        }
     }
     return heap_text(format);
 }

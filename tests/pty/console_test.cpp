@@ -135,7 +135,8 @@ TEST_F(ConsoleAtTerminal, LongTypedLineRunsItsFirst1023Characters) {
     ASSERT_TRUE(session->wait_for("tarvocon:/> "));
     std::string typed = "cd /" + std::string(1496, 'a');
     session->send(typed + "\r");
-    std::string path = "/" + std::string(1019, 'a') + "/";
+    std::string path = "/";
+    path.append(1019, 'a').append("/");
     ASSERT_TRUE(session->wait_for("binding to '" + path + "' with options 0x0"))
         << session->output().substr(0, 400);
     ASSERT_TRUE(session->wait_for("tarvocon:$" + path.substr(path.size() - 50) + "> "));

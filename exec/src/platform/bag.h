@@ -117,6 +117,8 @@ typedef struct bag_header_info_td {
 
 typedef struct bag_decoder_td *bag_generic_h_td;
 
+/* The bag library's codes: X(NAME, code, text) gives the constant NAME (an
+ * int32_t value) and the text errcode_strerror returns for it. */
 #define BAG_ERROR_LIST(X)                                                    \
     X(BAG_ERR_TYPE_NOT_REGISTERED, 0xA0859000, "bag type not registered")    \
     X(BAG_ERR_BAD_HEADER, 0xA0858000, "bag header is damaged")               \
@@ -131,18 +133,13 @@ typedef struct bag_decoder_td *bag_generic_h_td;
     X(BAG_ERR_NO_MEMORY, 0xC0859400, "no memory for bag")                    \
     X(BAG_ERR_TOO_DEEP, 0xA0859600, "bag nesting too deep")
 
-#define BAG_ERR_TYPE_NOT_REGISTERED ((int32_t)0xA0859000u)
-#define BAG_ERR_BAD_HEADER ((int32_t)0xA0858000u)
-#define BAG_ERR_TRUNCATED ((int32_t)0xA0858200u)
-#define BAG_ERR_CORRUPT ((int32_t)0xA0858400u)
-#define BAG_ERR_VERSION ((int32_t)0xA0858600u)
-#define BAG_ERR_BAD_TOKEN ((int32_t)0xA0858800u)
-#define BAG_ERR_BAD_VALUE ((int32_t)0xA0858a00u)
-#define BAG_ERR_INCOMPLETE ((int32_t)0xA0858c00u)
-#define BAG_ERR_END_OF_BAG ((int32_t)0xA0858e00u)
-#define BAG_ERR_BAD_ARGUMENT ((int32_t)0xA0859200u)
-#define BAG_ERR_NO_MEMORY ((int32_t)0xC0859400u)
-#define BAG_ERR_TOO_DEEP ((int32_t)0xA0859600u)
+#define BAG_ERROR_ENUMERATOR(name, code, text) name = (int32_t)code##u,
+enum
+#ifdef __cplusplus
+    : int32_t
+#endif
+{ BAG_ERROR_LIST(BAG_ERROR_ENUMERATOR) };
+#undef BAG_ERROR_ENUMERATOR
 
 int bag_generic_encode_init(const char *type_name, uint32_t major,
                             uint32_t minor, uint32_t flags,

@@ -40,27 +40,38 @@
 extern "C" {
 #endif
 
-/* ---- Datatypes ---- */
+/* ---- Datatypes ----
+ * The one list of item datatypes: X(ID, code, name, width, is_signed) gives
+ * the enumerator TARVO_DATATYPE_<ID>, its code, its name (the word typed for
+ * it and the label shown for it), the byte width of an integer value (0 for
+ * the others) and 1 for the signed integers. The codes above 0 are the
+ * datatypes an item can be stored with; the others describe directories and
+ * external entries and carry no value. Codes not listed are unknown.
+ */
+#define TARVO_DATATYPE_LIST(X)                  \
+    X(DIR, -3, "dir", 0, 0)                     \
+    X(EXTERNAL_ITEM, -2, "external item", 0, 0) \
+    X(EXTERNAL_DIR, -1, "external dir", 0, 0)   \
+    X(UINT32, 1, "uint32", 4, 0)                \
+    X(UINT64, 2, "uint64", 8, 0)                \
+    X(STRING, 3, "string", 0, 0)                \
+    X(PACKED, 5, "packed", 0, 0)                \
+    X(BAG, 7, "bag", 0, 0)                      \
+    X(INT8, 8, "int8", 1, 1)                    \
+    X(UINT8, 9, "uint8", 1, 0)                  \
+    X(INT16, 10, "int16", 2, 1)                 \
+    X(UINT16, 11, "uint16", 2, 0)               \
+    X(INT32, 12, "int32", 4, 1)                 \
+    X(INT64, 13, "int64", 8, 1)
+
+#define TARVO_DATATYPE_ENUMERATOR(id, code, name, width, is_signed) \
+    TARVO_DATATYPE_##id = code,
 typedef enum tarvo_item_datatype_td
 #ifdef __cplusplus
     : int32_t
 #endif
-{
-    TARVO_DATATYPE_DIR = -3,
-    TARVO_DATATYPE_EXTERNAL_ITEM = -2,
-    TARVO_DATATYPE_EXTERNAL_DIR = -1,
-    TARVO_DATATYPE_UINT32 = 1,
-    TARVO_DATATYPE_UINT64 = 2,
-    TARVO_DATATYPE_STRING = 3,
-    TARVO_DATATYPE_PACKED = 5,
-    TARVO_DATATYPE_BAG = 7,
-    TARVO_DATATYPE_INT8 = 8,
-    TARVO_DATATYPE_UINT8 = 9,
-    TARVO_DATATYPE_INT16 = 10,
-    TARVO_DATATYPE_UINT16 = 11,
-    TARVO_DATATYPE_INT32 = 12,
-    TARVO_DATATYPE_INT64 = 13
-} tarvo_item_datatype_td;
+{ TARVO_DATATYPE_LIST(TARVO_DATATYPE_ENUMERATOR) } tarvo_item_datatype_td;
+#undef TARVO_DATATYPE_ENUMERATOR
 
 /* ---- Events ---- */
 typedef uint32_t tarvo_event_td;
@@ -102,7 +113,10 @@ typedef uint32_t tarvo_event_td;
 /* ---- Set options ---- */
 #define TARVO_SET_OPTION_CREATE 0x1u
 
-/* ---- Error codes ---- */
+/* ---- Error codes ----
+ * The one list of the client's codes: X(NAME, code, text) gives the constant
+ * NAME (an int32_t value) and the text errcode_strerror returns for it.
+ */
 #define TARVO_ERROR_LIST(X)                                                   \
     X(TARVO_ERR_NOT_SUPPORTED, 0x0000005f, "operation not supported")         \
     X(TARVO_ERR_BAD_PATH, 0x40818000, "bad path")                             \
@@ -140,39 +154,13 @@ typedef uint32_t tarvo_event_td;
     X(TARVO_ERR_BUSY, 0x40826400, "store busy, try again")                    \
     X(TARVO_ERR_NO_PERMISSION, 0x40828400, "permission denied")
 
-#define TARVO_ERR_NOT_SUPPORTED ((int32_t)0x0000005fu)
-#define TARVO_ERR_BAD_PATH ((int32_t)0x40818000u)
-#define TARVO_ERR_NOT_A_DIR ((int32_t)0x40818400u)
-#define TARVO_ERR_NOT_FOUND ((int32_t)0x40818600u)
-#define TARVO_ERR_BAD_VALUE ((int32_t)0x40818800u)
-#define TARVO_ERR_AMBIGUOUS ((int32_t)0x40818a00u)
-#define TARVO_ERR_EXISTS ((int32_t)0x40818c00u)
-#define TARVO_ERR_WRONG_DATATYPE ((int32_t)0x40818e00u)
-#define TARVO_ERR_IS_DIR ((int32_t)0x40819000u)
-#define TARVO_ERR_UNDER_ITEM ((int32_t)0x40819200u)
-#define TARVO_ERR_BAD_DATATYPE ((int32_t)0x40819400u)
-#define TARVO_ERR_BAD_HANDLE ((int32_t)0x40819600u)
-#define TARVO_ERR_BULK_OPEN ((int32_t)0x40819800u)
-#define TARVO_ERR_NO_BULK ((int32_t)0x40819a00u)
-#define TARVO_ERR_TRANSACTION_OPEN ((int32_t)0x40819c00u)
-#define TARVO_ERR_NO_TRANSACTION ((int32_t)0x40819e00u)
-#define TARVO_ERR_LOCKED ((int32_t)0x4081a000u)
-#define TARVO_ERR_NOT_LOCKED ((int32_t)0x4081a200u)
-#define TARVO_ERR_VERIFY_FAILED ((int32_t)0x4081a400u)
-#define TARVO_ERR_VALUE_DIFFERS ((int32_t)0x4081a600u)
-#define TARVO_ERR_BAD_PATTERN ((int32_t)0x4081a800u)
-#define TARVO_ERR_BAD_ARGUMENT ((int32_t)0x4081aa00u)
-#define TARVO_ERR_PATH_TOO_LONG ((int32_t)0x4081ae00u)
-#define TARVO_ERR_BAD_OPTIONS ((int32_t)0x4081b000u)
-#define TARVO_ERR_TRANS_AND_BULK ((int32_t)0x4081b400u)
-#define TARVO_ERR_NO_MEMORY ((int32_t)0xc0818200u)
-#define TARVO_ERR_STORE ((int32_t)0x8081c000u)
-#define TARVO_ERR_NO_LIBRARY ((int32_t)0x8081c200u)
-#define TARVO_ERR_DATA_DIR ((int32_t)0x8081c400u)
-#define TARVO_ERR_STORE_CORRUPT ((int32_t)0x8081c600u)
-#define TARVO_ERR_TRANSACTION_TIMED_OUT ((int32_t)0x40826000u)
-#define TARVO_ERR_BUSY ((int32_t)0x40826400u)
-#define TARVO_ERR_NO_PERMISSION ((int32_t)0x40828400u)
+#define TARVO_ERROR_ENUMERATOR(name, code, text) name = (int32_t)code##u,
+enum
+#ifdef __cplusplus
+    : int32_t
+#endif
+{ TARVO_ERROR_LIST(TARVO_ERROR_ENUMERATOR) };
+#undef TARVO_ERROR_ENUMERATOR
 
 /* ---- Handles ---- */
 typedef struct tarvo_bind_td *tarvo_bind_h_td;

@@ -61,16 +61,21 @@ typedef union tuple_arg {
     void *ptr;
 } tuple_arg;
 
+/* The tuple library's codes: X(NAME, code, text) gives the constant NAME
+ * (an int32_t value) and the text errcode_strerror returns for it. */
 #define TUPLE_ERROR_LIST(X)                                              \
     X(TUPLE_ERR_FORMAT, 0x40868000, "bad tuple format string")           \
     X(TUPLE_ERR_CORRUPT, 0x40868200, "packed tuple is damaged")          \
     X(TUPLE_ERR_TOO_MANY, 0x40868400, "too many arguments in tuple")     \
     X(TUPLE_ERR_NO_MEMORY, 0xc0868600, "no memory for tuple")
 
-#define TUPLE_ERR_FORMAT ((int32_t)0x40868000u)
-#define TUPLE_ERR_CORRUPT ((int32_t)0x40868200u)
-#define TUPLE_ERR_TOO_MANY ((int32_t)0x40868400u)
-#define TUPLE_ERR_NO_MEMORY ((int32_t)0xc0868600u)
+#define TUPLE_ERROR_ENUMERATOR(name, code, text) name = (int32_t)code##u,
+enum
+#ifdef __cplusplus
+    : int32_t
+#endif
+{ TUPLE_ERROR_LIST(TUPLE_ERROR_ENUMERATOR) };
+#undef TUPLE_ERROR_ENUMERATOR
 
 tuple_buf *tuple_packv(uint32_t flags, uint32_t reserved, uint32_t mask,
                        const char *format, tuple_arg *args);

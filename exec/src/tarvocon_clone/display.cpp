@@ -60,24 +60,34 @@ static uint64_t tarvocon_read_width(const void *value, uint32_t length,
     return result;
 }
 
-/* Header lines of the three datatypes that never carry a value. */
+/* In the header lines of valueless, absent and integer values, a label of
+ * fewer than 5 characters takes one more tab to line up. */
+static const char *tarvocon_short_label_tab(const char *label)
+{
+    return strlen(label) < 5 ? "\t" : "";
+}
+
+/* Header lines of the three datatypes that never carry a value (the
+ * negative codes). */
 static int tarvocon_print_valueless(tarvo_item_datatype_td datatype,
                                     const char *prefix, const char *name,
                                     FILE *stream)
 {
-    switch (datatype) {
-    case TARVO_DATATYPE_DIR:
-        fprintf(stream, "%s[dir]\t\t\t'%s'\n", prefix, name);
-        return 1;
-    case TARVO_DATATYPE_EXTERNAL_ITEM:
-        fprintf(stream, "%s[external item]\t\t'%s'\n", prefix, name);
-        return 1;
-    case TARVO_DATATYPE_EXTERNAL_DIR:
-        fprintf(stream, "%s[external dir]\t\t'%s'\n", prefix, name);
-        return 1;
-    default:
+    const char *label = tarvocon_datatype_name(datatype);
+    if (datatype >= 0 || label == NULL) {
         return 0;
     }
+    fprintf(stream, "%s[%s]\t\t%s'%s'\n", prefix, label,
+            tarvocon_short_label_tab(label), name);
+    return 1;
+}
+
+/* The short line of an item whose value is absent. */
+static void tarvocon_print_label_line(const char *prefix, const char *label,
+                                      const char *name, FILE *stream)
+{
+    fprintf(stream, "%s[%s] \t\t%s'%s'\n", prefix, label,
+            tarvocon_short_label_tab(label), name);
 }
 
 static void tarvocon_print_string_value(const char *prefix, const char *name,
@@ -115,34 +125,36 @@ static void tarvocon_print_packed_value(const char *prefix, const char *name,
     tarvocon_page_print_packed((tuple_buf *)value, stream);
 }
 
-/* The short line of an item without a value; 0 for an unknown datatype. */
-static int tarvocon_print_absent(tarvo_item_datatype_td datatype,
-                                 const char *prefix, const char *name,
-                                 FILE *stream)
+/* The value of an integer item, in its datatype's own form. */
+static void tarvocon_print_integer_value(tarvo_item_datatype_td datatype,
+                                         uint64_t v, FILE *stream)
 {
-    static const struct {
-        tarvo_item_datatype_td datatype;
-        const char *format;
-    } ABSENT[] = {
-        {TARVO_DATATYPE_UINT32, "%s[uint32] \t\t'%s'\n"},
-        {TARVO_DATATYPE_UINT64, "%s[uint64] \t\t'%s'\n"},
-        {TARVO_DATATYPE_STRING, "%s[string] \t\t'%s'\n"},
-        {TARVO_DATATYPE_PACKED, "%s[packed] \t\t'%s'\n"},
-        {TARVO_DATATYPE_BAG, "%s[bag] \t\t\t'%s'\n"},
-        {TARVO_DATATYPE_INT8, "%s[int8] \t\t\t'%s'\n"},
-        {TARVO_DATATYPE_UINT8, "%s[uint8] \t\t'%s'\n"},
-        {TARVO_DATATYPE_INT16, "%s[int16] \t\t'%s'\n"},
-        {TARVO_DATATYPE_UINT16, "%s[uint16] \t\t'%s'\n"},
-        {TARVO_DATATYPE_INT32, "%s[int32] \t\t'%s'\n"},
-        {TARVO_DATATYPE_INT64, "%s[int64] \t\t'%s'\n"},
-    };
-    for (const auto &entry : ABSENT) {
-        if (entry.datatype == datatype) {
-            fprintf(stream, entry.format, prefix, name);
-            return 1;
-        }
+    switch (datatype) {
+    case TARVO_DATATYPE_UINT32:
+        fprintf(stream, "%10u (0x%8.8X)", (unsigned)v, (unsigned)v);
+        break;
+    case TARVO_DATATYPE_UINT64:
+        fprintf(stream, "0x%16.16llX", (unsigned long long)v);
+        break;
+    case TARVO_DATATYPE_INT8:
+        fprintf(stream, "%3d (0x%2.2X)", (int)(int8_t)v, (unsigned)(uint8_t)v);
+        break;
+    case TARVO_DATATYPE_UINT8:
+        fprintf(stream, "%3u (0x%2.2X)", (unsigned)v, (unsigned)v);
+        break;
+    case TARVO_DATATYPE_INT16:
+        fprintf(stream, "%5d (0x%4.4X)", (int)(int16_t)v, (unsigned)(uint16_t)v);
+        break;
+    case TARVO_DATATYPE_UINT16:
+        fprintf(stream, "%5u (0x%4.4X)", (unsigned)v, (unsigned)v);
+        break;
+    case TARVO_DATATYPE_INT32:
+        fprintf(stream, "%10d (0x%8.8X)", (int)(int32_t)v, (unsigned)(uint32_t)v);
+        break;
+    default: /* TARVO_DATATYPE_INT64 */
+        fprintf(stream, "%lld", (long long)(int64_t)v);
+        break;
     }
-    return 0;
 }
 
 /* The line of an integer item with a value; 0 for other datatypes. */
@@ -151,51 +163,17 @@ static int tarvocon_print_integer(tarvo_item_datatype_td datatype,
                                   uint32_t length, const void *value,
                                   FILE *stream)
 {
-    uint64_t v = 0;
-    switch (datatype) {
-    case TARVO_DATATYPE_UINT32:
-        v = tarvocon_read_width(value, length, 4);
-        fprintf(stream, "%s[uint32 (len %u)] \t'%s' %10u (0x%8.8X)\n", prefix,
-                length, name, (unsigned)v, (unsigned)v);
-        return 1;
-    case TARVO_DATATYPE_UINT64:
-        v = tarvocon_read_width(value, length, 8);
-        fprintf(stream, "%s[uint64 (len %u)] \t'%s' 0x%16.16llX\n", prefix,
-                length, name, (unsigned long long)v);
-        return 1;
-    case TARVO_DATATYPE_INT8:
-        v = tarvocon_read_width(value, length, 1);
-        fprintf(stream, "%s[int8 (len %u)] \t\t'%s' %3d (0x%2.2X)\n", prefix,
-                length, name, (int)(int8_t)v, (unsigned)(uint8_t)v);
-        return 1;
-    case TARVO_DATATYPE_UINT8:
-        v = tarvocon_read_width(value, length, 1);
-        fprintf(stream, "%s[uint8 (len %u)] \t'%s' %3u (0x%2.2X)\n", prefix,
-                length, name, (unsigned)v, (unsigned)v);
-        return 1;
-    case TARVO_DATATYPE_INT16:
-        v = tarvocon_read_width(value, length, 2);
-        fprintf(stream, "%s[int16 (len %u)] \t'%s' %5d (0x%4.4X)\n", prefix,
-                length, name, (int)(int16_t)v, (unsigned)(uint16_t)v);
-        return 1;
-    case TARVO_DATATYPE_UINT16:
-        v = tarvocon_read_width(value, length, 2);
-        fprintf(stream, "%s[uint16 (len %u)] \t'%s' %5u (0x%4.4X)\n", prefix,
-                length, name, (unsigned)v, (unsigned)v);
-        return 1;
-    case TARVO_DATATYPE_INT32:
-        v = tarvocon_read_width(value, length, 4);
-        fprintf(stream, "%s[int32 (len %u)] \t'%s' %10d (0x%8.8X)\n", prefix,
-                length, name, (int)(int32_t)v, (unsigned)(uint32_t)v);
-        return 1;
-    case TARVO_DATATYPE_INT64:
-        v = tarvocon_read_width(value, length, 8);
-        fprintf(stream, "%s[int64 (len %u)] \t'%s' %lld\n", prefix, length,
-                name, (long long)(int64_t)v);
-        return 1;
-    default:
+    uint32_t width = tarvocon_datatype_width(datatype);
+    if (width == 0) {
         return 0;
     }
+    const char *label = tarvocon_datatype_name(datatype);
+    fprintf(stream, "%s[%s (len %u)] \t%s'%s' ", prefix, label, length,
+            tarvocon_short_label_tab(label), name);
+    tarvocon_print_integer_value(
+        datatype, tarvocon_read_width(value, length, width), stream);
+    fputc('\n', stream);
+    return 1;
 }
 
 void tarvocon_page_print_item(tarvo_item_datatype_td datatype,
@@ -209,7 +187,10 @@ void tarvocon_page_print_item(tarvo_item_datatype_td datatype,
     }
     int present = length != 0 && value != NULL;
     if (!present) {
-        if (!tarvocon_print_absent(datatype, prefix, name, stream)) {
+        const char *label = tarvocon_datatype_name(datatype);
+        if (label != NULL) {
+            tarvocon_print_label_line(prefix, label, name, stream);
+        } else {
             tarvocon_dump_item(datatype, name, prefix, length, value, stream);
         }
         return;
@@ -238,20 +219,11 @@ void tarvocon_page_print_item(tarvo_item_datatype_td datatype,
 /* The dump names only the codes from dir to bag; the others are unknown. */
 static const char *tarvocon_dump_label(tarvo_item_datatype_td datatype)
 {
-    switch (datatype) {
-    case TARVO_DATATYPE_UINT32:
-        return "uint32";
-    case TARVO_DATATYPE_UINT64:
-        return "uint64";
-    case TARVO_DATATYPE_STRING:
-        return "string";
-    case TARVO_DATATYPE_PACKED:
-        return "packed";
-    case TARVO_DATATYPE_BAG:
-        return "bag";
-    default:
+    const char *label = tarvocon_datatype_name(datatype);
+    if (label == NULL || datatype > TARVO_DATATYPE_BAG) {
         return "unknown";
     }
+    return label;
 }
 
 static void tarvocon_dump_line(const unsigned char *bytes, uint64_t offset,
@@ -287,9 +259,7 @@ void tarvocon_dump_item(tarvo_item_datatype_td datatype, char *name,
     const char *label = tarvocon_dump_label(datatype);
     int present = length != 0 && value != NULL;
     if (!present) {
-        /* "bag" is short enough to need a third tab to line up. */
-        fprintf(stream, "%s[%s] \t\t%s'%s'\n", prefix, label,
-                datatype == TARVO_DATATYPE_BAG ? "\t" : "", name);
+        tarvocon_print_label_line(prefix, label, name, stream);
         return;
     }
     fprintf(stream, "%s[%s (len %u)] \t'%s'\n", prefix, label, length, name);

@@ -14,27 +14,51 @@
 
 #include "tarvocon.h"
 
-struct tarvocon_datatype_name_td {
-    const char *name;
+struct tarvocon_datatype_row_td {
     tarvo_item_datatype_td datatype;
+    const char *name;
+    uint32_t width;
 };
 
-/* Looked up in this order; the first equal name wins. */
-static const tarvocon_datatype_name_td TARVOCON_DATATYPE_NAMES[] = {
-    {"int8", TARVO_DATATYPE_INT8},     {"int16", TARVO_DATATYPE_INT16},
-    {"int32", TARVO_DATATYPE_INT32},   {"int64", TARVO_DATATYPE_INT64},
-    {"uint8", TARVO_DATATYPE_UINT8},   {"uint16", TARVO_DATATYPE_UINT16},
-    {"uint32", TARVO_DATATYPE_UINT32}, {"uint64", TARVO_DATATYPE_UINT64},
-    {"string", TARVO_DATATYPE_STRING}, {"packed", TARVO_DATATYPE_PACKED},
-    {"bag", TARVO_DATATYPE_BAG},
-};
+/* The client's datatype list, as the console reads it. */
+#define TARVOCON_DATATYPE_ROW(id, code, name, width, is_signed) \
+    {TARVO_DATATYPE_##id, name, width},
+static const tarvocon_datatype_row_td TARVOCON_DATATYPES[] = {
+    TARVO_DATATYPE_LIST(TARVOCON_DATATYPE_ROW)};
+#undef TARVOCON_DATATYPE_ROW
 
+static const tarvocon_datatype_row_td *
+tarvocon_datatype_row(tarvo_item_datatype_td datatype)
+{
+    for (const tarvocon_datatype_row_td &row : TARVOCON_DATATYPES) {
+        if (row.datatype == datatype) {
+            return &row;
+        }
+    }
+    return NULL;
+}
+
+const char *tarvocon_datatype_name(tarvo_item_datatype_td datatype)
+{
+    const tarvocon_datatype_row_td *row = tarvocon_datatype_row(datatype);
+    return row != NULL ? row->name : NULL;
+}
+
+uint32_t tarvocon_datatype_width(tarvo_item_datatype_td datatype)
+{
+    const tarvocon_datatype_row_td *row = tarvocon_datatype_row(datatype);
+    return row != NULL ? row->width : 0;
+}
+
+/* Only the storable datatypes (codes above 0) have a name the user types;
+ * the names differ from each other whatever the case, so the order of the
+ * search does not matter. */
 int tarvocon_get_datatype(char *description, tarvo_item_datatype_td *datatype)
 {
     assert(description != NULL && datatype != NULL);
-    for (const tarvocon_datatype_name_td &entry : TARVOCON_DATATYPE_NAMES) {
-        if (strcasecmp(description, entry.name) == 0) {
-            *datatype = entry.datatype;
+    for (const tarvocon_datatype_row_td &row : TARVOCON_DATATYPES) {
+        if (row.datatype > 0 && strcasecmp(description, row.name) == 0) {
+            *datatype = row.datatype;
             return 0;
         }
     }

@@ -51,7 +51,7 @@ std::string describe_choice(const bag_token_td &tok)
         break;
     case BAG_TOKEN_UNION_CHOICE:
     case BAG_TOKEN_POINTER_CHOICE:
-        s += " " + std::to_string(tok.value.u32);
+        s.append(" ").append(std::to_string(tok.value.u32));
         break;
     default:
         break;

@@ -105,7 +105,7 @@ TEST(Tokenize, Table) {
 
 std::string Words(int n) {
     std::string line;
-    for (int i = 0; i < n; i++) line += "w" + std::to_string(i) + " ";
+    for (int i = 0; i < n; i++) line.append("w").append(std::to_string(i)).append(" ");
     return line;
 }
 
