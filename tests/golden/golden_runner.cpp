@@ -6,30 +6,11 @@
 // environment variable GOLDEN_CASE) is a shell pattern of the case names to
 // run, e.g. "cd_options" or "interactive_*". STORE_TOOL may be "".
 //
-// Files of a case, beside <case>.cmd (only .cmd is required; a missing .out
-// or .err stands for empty output):
-//   .out .err     expected standard output and standard error, byte for byte
-//   .args         the console's arguments on one line, split at blanks and
-//                 tabs; @CMD@ stands for the command file (default "-f @CMD@")
-//   .setup        command file run first ("-f" only) on the same data
-//                 directory; its output and exit status are dropped
-//   .prep         bash script run first in the case directory (before .setup)
-//                 with TARVO_DATA_DIR, TARVOCTL (the store tool) and TARVOCON
-//                 (the console) in its environment; its output is dropped,
-//                 a non-zero exit status fails the case. What it leaves
-//                 running is killed when the case ends.
-//   .status       expected exit status (default 0)
-//   .stdin        file given as standard input (default /dev/null)
-// In .cmd, .args and .setup @TMP@ is the case's temporary directory and @SRC@
-// the source root. In the outputs the temporary directory reads @TMP@, the
-// source root @SRC@, and "tarvocon rlimit set to <digits>" reads
-// "tarvocon rlimit set to @RLIMIT@".
-//
-// Each case runs in a fresh temporary directory (its working directory and
-// HOME, removed afterwards) with a clean environment: LC_ALL=C, TERM=dumb,
-// TARVO_DATA_DIR=<tmp>/data, TARVO_BAG_PATH=<src>/platform/bag/schemas:
-// <src>/tests/golden/schemas, PATH starting with tests/golden/bin; the
-// caller's ASAN_OPTIONS, UBSAN_OPTIONS and LSAN_OPTIONS are kept.
+// A case is <case>.cmd with the optional files .out .err .args .setup .prep
+// .status .stdin beside it; docs/testing.md describes them, the
+// placeholders @TMP@ @SRC@ @CMD@ @RLIMIT@ and the environment each case runs
+// in (a fresh temporary directory, its working directory and HOME, removed
+// afterwards).
 //
 // Environment of the runner itself:
 //   UPDATE_GOLDEN=1   write the actual outputs into the expected files (to
