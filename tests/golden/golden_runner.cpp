@@ -1,0 +1,755 @@
+// golden_runner: runs the golden cases of one suite folder in one process.
+//
+//   golden_runner CONSOLE STORE_TOOL SOURCE_ROOT SUITE_DIR [PATTERN]
+//
+// Every SUITE_DIR/<case>.cmd is a case, run in name order. PATTERN (or the
+// environment variable GOLDEN_CASE) is a shell pattern of the case names to
+// run, e.g. "cd_options" or "interactive_*". STORE_TOOL may be "".
+//
+// A case is <case>.cmd with the optional files .out .err .args .setup .prep
+// .status .stdin beside it; docs/testing.md describes them, the
+// placeholders @TMP@ @SRC@ @CMD@ @RLIMIT@ and the environment each case runs
+// in (a fresh temporary directory, its working directory and HOME, removed
+// afterwards).
+//
+// Environment of the runner itself:
+//   UPDATE_GOLDEN=1   write the actual outputs into the expected files (to
+//                     start a case; then check every line by hand)
+//   GOLDEN_KEEP=1     keep the temporary directory of a failed case
+//   GOLDEN_TIMEOUT=N  seconds each program of a case may run (default 20);
+//                     one still running then is killed and the case fails
+//
+// Prints one line per case ("ok" or "FAILED") and, for a failed case, what
+// differs. Exit status 0 when every case passed, 1 when one failed, 2 on a
+// usage error or when no case matches PATTERN.
+#include <fcntl.h>
+#include <fnmatch.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Options {
+    std::string console;
+    std::string store_tool;
+    std::string src;
+    std::string suite_dir;
+    std::string pattern;
+    double time_limit = 20;
+    bool update = false;
+    bool keep = false;
+};
+
+// ---------------------------------------------------------------- texts
+
+bool read_file(const std::string &path, std::string *text)
+{
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+        return false;
+    std::ostringstream buffer;
+    buffer << in.rdbuf();
+    *text = buffer.str();
+    return !in.bad();
+}
+
+bool write_file(const std::string &path, const std::string &text)
+{
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << text;
+    return static_cast<bool>(out.flush());
+}
+
+void replace_all(std::string *text, const std::string &from, const std::string &to)
+{
+    if (from.empty())
+        return;
+    std::string result;
+    std::size_t start = 0;
+    for (std::size_t at; (at = text->find(from, start)) != std::string::npos;
+         start = at + from.size())
+        result.append(*text, start, at - start).append(to);
+    result.append(*text, start, std::string::npos);
+    *text = std::move(result);
+}
+
+// Inputs of a case: the placeholders become the case's own paths.
+std::string substitute(std::string text, const std::string &tmp, const std::string &src)
+{
+    replace_all(&text, "@TMP@", tmp);
+    replace_all(&text, "@SRC@", src);
+    return text;
+}
+
+// Outputs of a case: what differs from run to run becomes a placeholder.
+std::string normalize(std::string text, const std::string &tmp, const std::string &src)
+{
+    replace_all(&text, tmp, "@TMP@");
+    replace_all(&text, src, "@SRC@");
+    static const std::string RLIMIT = "tarvocon rlimit set to ";
+    std::string result;
+    std::size_t start = 0;
+    for (std::size_t at; (at = text.find(RLIMIT, start)) != std::string::npos;) {
+        std::size_t end = at + RLIMIT.size();
+        std::size_t digits = end;
+        while (digits < text.size() && text[digits] >= '0' && text[digits] <= '9')
+            ++digits;
+        result.append(text, start, end - start);
+        result.append(digits > end ? "@RLIMIT@" : "");
+        start = digits;
+    }
+    result.append(text, start, std::string::npos);
+    return result;
+}
+
+// The first line of `text`, split at blanks and tabs.
+std::vector<std::string> split_args(const std::string &text)
+{
+    std::vector<std::string> words;
+    std::string word;
+    for (char c : text.substr(0, text.find('\n'))) {
+        if (c == ' ' || c == '\t') {
+            if (!word.empty())
+                words.push_back(std::move(word));
+            word.clear();
+        } else
+            word += c;
+    }
+    if (!word.empty())
+        words.push_back(std::move(word));
+    return words;
+}
+
+// ---------------------------------------------------------------- diff
+
+struct Line {
+    std::string_view text; // without its newline
+    bool newline;
+    bool operator==(const Line &other) const
+    {
+        return text == other.text && newline == other.newline;
+    }
+};
+
+std::vector<Line> split_lines(const std::string &text)
+{
+    std::vector<Line> lines;
+    std::size_t start = 0;
+    while (start < text.size()) {
+        std::size_t end = text.find('\n', start);
+        if (end == std::string::npos) {
+            lines.push_back({std::string_view(text).substr(start), false});
+            break;
+        }
+        lines.push_back({std::string_view(text).substr(start, end - start), true});
+        start = end + 1;
+    }
+    return lines;
+}
+
+// A line made visible: tabs as ^I, other control bytes as ^X, bytes above
+// 127 as M-x, and "$" where the line ends with a newline.
+std::string visible(const Line &line)
+{
+    std::string out;
+    for (unsigned char c : line.text) {
+        if (c >= 128) {
+            out += "M-";
+            c -= 128;
+        }
+        if (c < 32)
+            out += '^', out += static_cast<char>(c + 64);
+        else if (c == 127)
+            out += "^?";
+        else
+            out += static_cast<char>(c);
+    }
+    if (line.newline)
+        out += '$';
+    return out;
+}
+
+struct Edit {
+    char kind; // ' ', '-' or '+'
+    const Line *line;
+};
+
+// The edits turning `a` into `b`: a longest common subsequence of the lines
+// between the common head and tail; when that middle is too large for the
+// table, all of it is shown as removed and added.
+std::vector<Edit> line_edits(const std::vector<Line> &a, const std::vector<Line> &b)
+{
+    std::size_t head = 0;
+    while (head < a.size() && head < b.size() && a[head] == b[head])
+        ++head;
+    std::size_t tail = 0;
+    while (tail < a.size() - head && tail < b.size() - head &&
+           a[a.size() - 1 - tail] == b[b.size() - 1 - tail])
+        ++tail;
+    const std::size_t n = a.size() - head - tail, m = b.size() - head - tail;
+    const std::size_t MAX_CELLS = 4'000'000;
+    std::vector<Edit> edits;
+    for (std::size_t i = 0; i < head; ++i)
+        edits.push_back({' ', &a[i]});
+    if ((n + 1) * (m + 1) <= MAX_CELLS) {
+        // common[i][j]: length of the longest common subsequence of the
+        // middles of a and b from line i and j on.
+        std::vector<unsigned> common((n + 1) * (m + 1), 0);
+        auto at = [&](std::size_t i, std::size_t j) -> unsigned & { return common[i * (m + 1) + j]; };
+        for (std::size_t i = n; i-- > 0;)
+            for (std::size_t j = m; j-- > 0;)
+                at(i, j) = a[head + i] == b[head + j] ? at(i + 1, j + 1) + 1
+                                                      : std::max(at(i + 1, j), at(i, j + 1));
+        std::size_t i = 0, j = 0;
+        while (i < n || j < m) {
+            if (i < n && j < m && a[head + i] == b[head + j])
+                edits.push_back({' ', &a[head + i++]}), ++j;
+            else if (j == m || (i < n && at(i + 1, j) >= at(i, j + 1)))
+                edits.push_back({'-', &a[head + i++]});
+            else
+                edits.push_back({'+', &b[head + j++]});
+        }
+    } else {
+        for (std::size_t i = 0; i < n; ++i)
+            edits.push_back({'-', &a[head + i]});
+        for (std::size_t j = 0; j < m; ++j)
+            edits.push_back({'+', &b[head + j]});
+    }
+    for (std::size_t i = a.size() - tail; i < a.size(); ++i)
+        edits.push_back({' ', &a[i]});
+    return edits;
+}
+
+std::string hunk_range(std::size_t before, std::size_t count)
+{
+    // Line numbers count from 1; an empty range names the line before it.
+    std::string range = std::to_string(count == 0 ? before : before + 1);
+    if (count != 1)
+        range += "," + std::to_string(count);
+    return range;
+}
+
+// A unified diff of two texts with three lines of context, lines made
+// visible, at most `max_lines` lines.
+std::string unified_diff(const std::string &expected, const std::string &actual,
+                         std::size_t max_lines)
+{
+    const std::vector<Line> a = split_lines(expected), b = split_lines(actual);
+    const std::vector<Edit> edits = line_edits(a, b);
+    const std::size_t CONTEXT = 3;
+    std::vector<std::string> out = {"--- expected", "+++ actual"};
+    std::size_t a_line = 0, b_line = 0; // lines of a and b before edits[k]
+    std::size_t k = 0;
+    while (k < edits.size()) {
+        if (edits[k].kind == ' ') {
+            ++a_line, ++b_line, ++k;
+            continue;
+        }
+        // A hunk: from CONTEXT lines before this change to CONTEXT lines
+        // after the last change that follows within 2 * CONTEXT lines.
+        std::size_t first = k - std::min(k, std::min(CONTEXT, a_line));
+        std::size_t last = k; // one past the last change
+        for (std::size_t j = k, same = 0; j < edits.size() && same <= 2 * CONTEXT; ++j) {
+            same = edits[j].kind == ' ' ? same + 1 : 0;
+            if (same == 0)
+                last = j + 1;
+        }
+        std::size_t end = std::min(edits.size(), last + CONTEXT);
+        std::size_t a_start = a_line - (k - first), b_start = b_line - (k - first);
+        std::size_t a_count = 0, b_count = 0;
+        for (std::size_t j = first; j < end; ++j) {
+            a_count += edits[j].kind != '+';
+            b_count += edits[j].kind != '-';
+        }
+        out.push_back("@@ -" + hunk_range(a_start, a_count) + " +" +
+                      hunk_range(b_start, b_count) + " @@");
+        for (std::size_t j = first; j < end; ++j) {
+            out.push_back(edits[j].kind + visible(*edits[j].line));
+            if (!edits[j].line->newline)
+                out.push_back("\\ No newline at end of file");
+        }
+        a_line = a_start + a_count;
+        b_line = b_start + b_count;
+        k = end;
+    }
+    std::string text;
+    for (std::size_t i = 0; i < out.size() && i < max_lines; ++i)
+        text += out[i] + "\n";
+    if (out.size() > max_lines)
+        text += "... " + std::to_string(out.size() - max_lines) + " more lines\n";
+    return text;
+}
+
+// ---------------------------------------------------------------- processes
+
+struct Program {
+    std::vector<std::string> argv;
+    std::vector<std::string> env;
+    std::string cwd;
+    std::string in = "/dev/null", out = "/dev/null", err = "/dev/null";
+};
+
+struct Ending {
+    int status = 0; // exit status, or 128 + signal
+    bool timed_out = false;
+};
+
+std::vector<char *> c_strings(std::vector<std::string> &strings)
+{
+    std::vector<char *> pointers;
+    for (std::string &s : strings)
+        pointers.push_back(s.data());
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+// Starts `program` as the leader of a new process group, its standard
+// streams on the named files. Returns its pid, or -1 with `*error` set.
+pid_t start(Program program, std::string *error)
+{
+    const std::string *files[3] = {&program.in, &program.out, &program.err};
+    int fds[3] = {-1, -1, -1};
+    for (int i = 0; i < 3; ++i) {
+        int flags = i == 0 ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC;
+        fds[i] = open(files[i]->c_str(), flags | O_CLOEXEC, 0644);
+        if (fds[i] < 0) {
+            *error = "cannot open " + *files[i] + ": " + std::strerror(errno);
+            for (int j = 0; j < i; ++j)
+                close(fds[j]);
+            return -1;
+        }
+    }
+    std::vector<char *> argv = c_strings(program.argv), envp = c_strings(program.env);
+    pid_t pid = fork();
+    if (pid == 0) {
+        // Only async-signal-safe calls from here on.
+        sigset_t none;
+        sigemptyset(&none);
+        sigprocmask(SIG_SETMASK, &none, nullptr);
+        setpgid(0, 0);
+        for (int fd = 0; fd < 3; ++fd)
+            dup2(fds[fd], fd);
+        if (chdir(program.cwd.c_str()) == 0)
+            execve(argv[0], argv.data(), envp.data());
+        static const char FAILED[] = "golden_runner: cannot start the program\n";
+        (void)!write(2, FAILED, sizeof FAILED - 1);
+        _exit(127);
+    }
+    if (pid > 0)
+        setpgid(pid, pid); // also here: the child may not have run yet
+    else
+        *error = "cannot start " + program.argv[0] + ": " + std::strerror(errno);
+    for (int fd : fds)
+        close(fd);
+    return pid;
+}
+
+int status_of(const siginfo_t &info)
+{
+    return info.si_code == CLD_EXITED ? info.si_status : 128 + info.si_status;
+}
+
+// Waits until process `pid` ends, at most `limit` seconds; then kills its
+// process group. The ended process is left unreaped, so that its process
+// group id cannot be taken by another process before end_group().
+Ending wait_for_end(pid_t pid, double limit)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(limit);
+    sigset_t child;
+    sigemptyset(&child);
+    sigaddset(&child, SIGCHLD);
+    Ending ending;
+    for (;;) {
+        siginfo_t info{};
+        if (waitid(P_PID, pid, &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == pid) {
+            ending.status = status_of(info);
+            return ending;
+        }
+        auto left = deadline - std::chrono::steady_clock::now();
+        if (left <= std::chrono::nanoseconds(0))
+            break;
+        auto ns = std::chrono::duration_cast<std::chrono::nanoseconds>(left).count();
+        timespec wait = {static_cast<time_t>(ns / 1'000'000'000), static_cast<long>(ns % 1'000'000'000)};
+        sigtimedwait(&child, nullptr, &wait); // SIGCHLD is blocked: it waits here
+    }
+    ending.timed_out = true;
+    kill(-pid, SIGKILL);
+    siginfo_t info{};
+    waitid(P_PID, pid, &info, WEXITED | WNOWAIT);
+    ending.status = status_of(info);
+    return ending;
+}
+
+// Kills what is left of the process group of `pid` and reaps `pid`.
+void end_group(pid_t pid)
+{
+    kill(-pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+}
+
+// Runs `program` to its end (or its time limit), its process group with it.
+Ending run_to_end(const Program &program, double limit, std::string *error)
+{
+    pid_t pid = start(program, error);
+    if (pid < 0)
+        return {127, false};
+    Ending ending = wait_for_end(pid, limit);
+    end_group(pid);
+    return ending;
+}
+
+std::string seconds(double limit)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%g s", limit);
+    return text;
+}
+
+// The file `name` is found as in the directories of `path`.
+std::string find_in_path(const std::string &name, const std::string &path)
+{
+    std::stringstream dirs(path);
+    for (std::string dir; std::getline(dirs, dir, ':');)
+        if (access((dir + "/" + name).c_str(), X_OK) == 0)
+            return dir + "/" + name;
+    return name;
+}
+
+// ---------------------------------------------------------------- cases
+
+class Case {
+public:
+    Case(const Options &options, const std::string &name)
+        : o_(options), name_(name), base_(options.suite_dir + "/" + name)
+    {
+    }
+    ~Case();
+    Case(const Case &) = delete;
+    Case &operator=(const Case &) = delete;
+
+    // Runs the case and removes its temporary directory; true when it
+    // passed. report() says what went wrong.
+    bool run();
+    const std::string &report() const { return report_; }
+
+private:
+    bool has(const char *ext) const { return fs::exists(base_ + ext); }
+    std::vector<std::string> environment() const;
+    std::string input(const char *ext, const std::string &to);
+    bool prepare();
+    bool run_setup();
+    Ending run_console();
+    bool make_directory();
+    void compare(const Ending &ending);
+    void compare_stream(const char *ext, const char *what, const std::string &actual);
+    void finish();
+    void note(const std::string &message) { report_ += "golden: " + message + "\n"; }
+    void fail(const std::string &message)
+    {
+        note(message);
+        passed_ = false;
+    }
+
+    const Options &o_;
+    std::string name_, base_, tmp_;
+    pid_t prep_ = -1;
+    bool passed_ = true;
+    std::string report_;
+};
+
+Case::~Case()
+{
+    finish();
+}
+
+// Ends what the .prep script left running, then removes the temporary
+// directory (or keeps it, for a failed case under GOLDEN_KEEP).
+void Case::finish()
+{
+    if (prep_ > 0)
+        end_group(prep_);
+    prep_ = -1;
+    if (!passed_ && o_.keep && !tmp_.empty())
+        note("kept " + tmp_);
+    else if (!tmp_.empty()) {
+        std::error_code ignored;
+        fs::remove_all(tmp_, ignored);
+    }
+    tmp_.clear();
+}
+
+std::vector<std::string> Case::environment() const
+{
+    std::vector<std::string> env = {
+        "PATH=" + o_.src + "/tests/golden/bin:/usr/local/bin:/usr/bin:/bin",
+        "HOME=" + tmp_,
+        "LC_ALL=C",
+        "TERM=dumb",
+        "TARVO_DATA_DIR=" + tmp_ + "/data",
+        "TARVO_BAG_PATH=" + o_.src + "/platform/bag/schemas:" + o_.src + "/tests/golden/schemas"};
+    for (const char *var : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS"}) {
+        const char *value = getenv(var);
+        if (value != nullptr && *value != '\0')
+            env.push_back(std::string(var) + "=" + value);
+    }
+    return env;
+}
+
+// Reads the case's file `ext` with the placeholders replaced; writes it to
+// `to` in the temporary directory unless `to` is empty.
+std::string Case::input(const char *ext, const std::string &to)
+{
+    std::string text;
+    if (!read_file(base_ + ext, &text))
+        fail("cannot read " + base_ + ext);
+    text = substitute(std::move(text), tmp_, o_.src);
+    if (!to.empty() && !write_file(to, text))
+        fail("cannot write " + to);
+    return text;
+}
+
+// The .prep script, left running in its own process group until the case
+// ends (a script may start a program that the case's console meets).
+bool Case::prepare()
+{
+    Program prep;
+    prep.argv = {find_in_path("bash", o_.src + "/tests/golden/bin:/usr/local/bin:/usr/bin:/bin"),
+                 base_ + ".prep"};
+    prep.env = environment();
+    prep.env.push_back("TARVOCTL=" + o_.store_tool);
+    prep.env.push_back("TARVOCON=" + o_.console);
+    prep.cwd = tmp_;
+    std::string error;
+    prep_ = start(prep, &error);
+    if (prep_ < 0) {
+        fail(error);
+        return false;
+    }
+    Ending ending = wait_for_end(prep_, o_.time_limit);
+    if (ending.timed_out)
+        fail(base_ + ".prep did not end within " + seconds(o_.time_limit) + " and was killed");
+    else if (ending.status != 0)
+        fail(base_ + ".prep failed (exit status " + std::to_string(ending.status) + ")");
+    return passed_;
+}
+
+bool Case::run_setup()
+{
+    Program setup;
+    setup.argv = {o_.console, "-f", tmp_ + "/setup.cmd"};
+    input(".setup", setup.argv[2]);
+    setup.env = environment();
+    setup.cwd = tmp_;
+    std::string error;
+    Ending ending = run_to_end(setup, o_.time_limit, &error);
+    if (!error.empty())
+        fail(error);
+    else if (ending.timed_out)
+        fail(base_ + ".setup: the console did not end within " + seconds(o_.time_limit) +
+             " and was killed");
+    return passed_;
+}
+
+Ending Case::run_console()
+{
+    Program console;
+    const std::string cmd_file = tmp_ + "/" + name_ + ".cmd";
+    input(".cmd", cmd_file);
+    std::vector<std::string> args = {"-f", cmd_file};
+    if (has(".args")) {
+        std::string line = input(".args", "");
+        replace_all(&line, "@CMD@", cmd_file);
+        args = split_args(line);
+    }
+    console.argv = {o_.console};
+    console.argv.insert(console.argv.end(), args.begin(), args.end());
+    console.env = environment();
+    console.cwd = tmp_;
+    if (has(".stdin"))
+        console.in = base_ + ".stdin";
+    console.out = tmp_ + "/actual.out";
+    console.err = tmp_ + "/actual.err";
+    std::string error;
+    Ending ending = run_to_end(console, o_.time_limit, &error);
+    if (!error.empty())
+        fail(error);
+    if (ending.timed_out)
+        fail("the console did not end within " + seconds(o_.time_limit) + " and was killed");
+    return ending;
+}
+
+void Case::compare_stream(const char *ext, const char *what, const std::string &actual)
+{
+    std::string expected;
+    if (has(ext) && !read_file(base_ + ext, &expected))
+        fail("cannot read " + base_ + ext);
+    if (expected == actual)
+        return;
+    fail(std::string("standard ") + what + " differs (" + base_ + ext + "):");
+    report_ += unified_diff(expected, actual, 200);
+}
+
+void Case::compare(const Ending &ending)
+{
+    std::string out, err;
+    read_file(tmp_ + "/actual.out", &out);
+    read_file(tmp_ + "/actual.err", &err);
+    out = normalize(std::move(out), tmp_, o_.src);
+    err = normalize(std::move(err), tmp_, o_.src);
+    std::string expected_status = "0";
+    if (has(".status")) {
+        read_file(base_ + ".status", &expected_status);
+        std::erase_if(expected_status, [](char c) { return c == ' ' || c == '\n'; });
+    }
+    const std::string status = std::to_string(ending.status);
+    if (o_.update && passed_) {
+        bool written = write_file(base_ + ".out", out) && write_file(base_ + ".err", err);
+        if (ending.status != 0 || has(".status"))
+            written = written && write_file(base_ + ".status", status + "\n");
+        if (written)
+            note("updated " + base_ + " (check every line by hand)");
+        else
+            fail("cannot write the expected files of " + base_);
+        return;
+    }
+    compare_stream(".out", "output", out);
+    compare_stream(".err", "error", err);
+    if (status != expected_status)
+        fail("exit status " + status + ", expected " + expected_status);
+}
+
+// The case's temporary directory, with its data directory in it.
+bool Case::make_directory()
+{
+    const char *parent = getenv("TMPDIR");
+    std::string pattern = std::string(parent != nullptr && *parent != '\0' ? parent : "/tmp") +
+                          "/golden.XXXXXX";
+    if (mkdtemp(pattern.data()) == nullptr) {
+        fail("cannot make a temporary directory in " + pattern + ": " + std::strerror(errno));
+        return false;
+    }
+    tmp_ = pattern;
+    if (mkdir((tmp_ + "/data").c_str(), 0755) != 0)
+        fail("cannot make " + tmp_ + "/data: " + std::strerror(errno));
+    return passed_;
+}
+
+bool Case::run()
+{
+    if (make_directory() && (!has(".prep") || prepare()) && (!has(".setup") || run_setup()))
+        compare(run_console());
+    finish();
+    return passed_;
+}
+
+// ---------------------------------------------------------------- suite
+
+std::vector<std::string> case_names(const Options &o, std::string *error)
+{
+    std::vector<std::string> names;
+    std::error_code ec;
+    for (const fs::directory_entry &entry : fs::directory_iterator(o.suite_dir, ec)) {
+        const fs::path &path = entry.path();
+        if (path.extension() == ".cmd" && entry.is_regular_file() &&
+            (o.pattern.empty() || fnmatch(o.pattern.c_str(), path.stem().c_str(), 0) == 0))
+            names.push_back(path.stem().string());
+    }
+    if (ec)
+        *error = "cannot read " + o.suite_dir + ": " + ec.message();
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+bool parse_options(int argc, char **argv, Options *o)
+{
+    if (argc < 5 || argc > 6) {
+        std::fprintf(stderr, "usage: golden_runner CONSOLE STORE_TOOL SOURCE_ROOT SUITE_DIR "
+                             "[PATTERN]\n");
+        return false;
+    }
+    // The programs of a case run in its temporary directory.
+    auto absolute = [](const char *path) {
+        return *path == '\0' ? std::string() : fs::absolute(path).string();
+    };
+    o->console = absolute(argv[1]);
+    o->store_tool = absolute(argv[2]);
+    o->src = absolute(argv[3]);
+    o->suite_dir = absolute(argv[4]);
+    while (o->suite_dir.size() > 1 && o->suite_dir.back() == '/')
+        o->suite_dir.pop_back();
+    const char *pattern = argc == 6 ? argv[5] : getenv("GOLDEN_CASE");
+    o->pattern = pattern != nullptr ? pattern : "";
+    const char *update = getenv("UPDATE_GOLDEN"), *keep = getenv("GOLDEN_KEEP"),
+               *limit = getenv("GOLDEN_TIMEOUT");
+    o->update = update != nullptr && std::strcmp(update, "1") == 0;
+    o->keep = keep != nullptr && *keep != '\0' && std::strcmp(keep, "0") != 0;
+    if (limit != nullptr && *limit != '\0') {
+        char *end = nullptr;
+        o->time_limit = std::strtod(limit, &end);
+        if (*end != '\0' || !(o->time_limit > 0)) {
+            std::fprintf(stderr, "golden_runner: GOLDEN_TIMEOUT is not a number of seconds: %s\n",
+                         limit);
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    Options options;
+    if (!parse_options(argc, argv, &options))
+        return 2;
+    std::string error;
+    const std::vector<std::string> names = case_names(options, &error);
+    const std::string suite = fs::path(options.suite_dir).filename().string();
+    if (!error.empty() || names.empty()) {
+        std::fprintf(stderr, "golden_runner: %s\n",
+                     !error.empty() ? error.c_str()
+                                    : ("no case of " + options.suite_dir + " matches '" +
+                                       options.pattern + "'").c_str());
+        return 2;
+    }
+
+    // SIGCHLD stays blocked so that wait_for_end() can wait for it; the
+    // programs started get an empty mask.
+    signal(SIGCHLD, SIG_DFL);
+    sigset_t child;
+    sigemptyset(&child);
+    sigaddset(&child, SIGCHLD);
+    sigprocmask(SIG_BLOCK, &child, nullptr);
+
+    int failed = 0;
+    for (const std::string &name : names) {
+        const auto begin = std::chrono::steady_clock::now();
+        Case one(options, name);
+        const bool passed = one.run();
+        const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
+        std::printf("%-6s %s/%s (%.2f s)\n", passed ? "ok" : "FAILED", suite.c_str(), name.c_str(),
+                    took.count());
+        std::fputs(one.report().c_str(), stdout);
+        std::fflush(stdout);
+        failed += !passed;
+    }
+    std::printf("%s: %zu case%s, %d failed\n", suite.c_str(), names.size(),
+                names.size() == 1 ? "" : "s", failed);
+    return failed == 0 ? 0 : 1;
+}
