@@ -594,6 +594,10 @@ Status LocalStore::delete_tree(const Op &op, Context &ctx)
             if (!matcher.matches(std::string_view(item.path).substr(dir.size())))
                 continue;
             s = may_write(item.path, TARVO_DATATYPE_DIR, {}, ctx);
+            if (!s.ok() && !ctx.batch->atomic) {
+                note_failure(ctx, item.path, s, op, &item);  // a locked item stays
+                continue;
+            }
             if (s.ok())
                 s = erase_node(item.path);
             if (s.ok())
