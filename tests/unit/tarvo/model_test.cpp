@@ -270,8 +270,8 @@ void ModelTest::step()
         bool filtered = rng_() % 2;
         // Keep items whose relative path ends in "b".
         if (filtered) {
-            op.match.kind = PathMatch::Kind::REGEXP;
-            op.match.text = ".*b";
+            op.extra().match.kind = PathMatch::Kind::REGEXP;
+            op.extra().match.text = ".*b";
         }
         if (model_.is_item(item))
             expect = TARVO_ERR_NOT_A_DIR;
@@ -286,7 +286,7 @@ void ModelTest::step()
         op.kind = OpKind::COPY;
         std::string from = random_path(), to = random_path(true);
         op.path = from;
-        op.target = to;
+        op.extra().target = to;
         if (model_.is_item(from)) {
             std::string target = to + std::string(leaf_name(from));
             auto [fdt, fval] = model_.items[from];
@@ -341,7 +341,7 @@ void ModelTest::step()
         s = result.failures[0].status;
         result.failures.clear();
     }
-    ASSERT_EQ(expect, s.code) << static_cast<int>(op.kind) << " " << op.path << " -> " << op.target << ": " << s.detail;
+    ASSERT_EQ(expect, s.code) << static_cast<int>(op.kind) << " " << op.path << " -> " << op.extra().target << ": " << s.detail;
     if (s.ok()) {
         EXPECT_EQ(expect_changes, result.changes) << op.path;
         EXPECT_EQ(expect_failures, result.failures.size()) << op.path;
