@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Crash consistency of commits and bulk ends: starts the writer of
 # crash_driver, kills it with SIGKILL after a random time (while it commits
-# transactions of up to 50 items and ends bulks of up to 10,000), then checks
-# the store: intact, and every commit there whole or not at all. All trials
-# share one data directory, so each starts from what the kills before left.
+# transactions of up to 50 items and ends bulks of up to 10,000, each also
+# deleting an earlier round), then checks the store: intact, and every commit
+# there whole or not at all. All trials share one data directory, so each
+# starts from what the kills before left.
 #
 #   tests/stress/crash_commits.sh DRIVER [TRIALS [SEED]]
 #

@@ -5,8 +5,9 @@
 //
 // Round r is one commit (a transaction, or a bulk ended atomically or not):
 // it creates K items /crash/r<r>/i<n> holding r, records K in
-// /crash/count/r<r>, sets /crash/next to r + 1, and now and then deletes an
-// earlier round whole, recording that in /crash/deleted/r<i>. The writer
+// /crash/count/r<r>, sets /crash/next to r + 1, and deletes round r - 3
+// whole (so that the store stays small), recording that in
+// /crash/deleted/r<r - 3>. The writer
 // appends "commit <r>" to its standard output before it commits or ends the
 // bulk, and "done <r>" after.
 //
@@ -48,7 +49,7 @@ int put_u32(tarvo_bind_h_td h, const std::string &path, uint32_t v)
 }
 
 // One round's requests, inside the transaction or bulk already started.
-int round_requests(tarvo_bind_h_td h, uint32_t round, uint32_t items, std::mt19937 &rng)
+int round_requests(tarvo_bind_h_td h, uint32_t round, uint32_t items)
 {
     const std::string dir = "/crash/r" + std::to_string(round) + "/";
     for (uint32_t n = 0; n < items; ++n) {
@@ -57,7 +58,7 @@ int round_requests(tarvo_bind_h_td h, uint32_t round, uint32_t items, std::mt199
             return rc;
     }
     int rc = put_u32(h, "/crash/count/r" + std::to_string(round), items);
-    if (!rc && round >= 3 && rng() % 3 == 0) {
+    if (!rc && round >= 3) {
         const std::string old = std::to_string(round - 3);
         bool deleted = false;
         read_u32(h, "/crash/deleted/r" + old, &deleted);
@@ -92,7 +93,7 @@ int write_rounds(unsigned seed)
         int rc = kind == 0 ? tarvo_transaction_start(h, 300, 0, 0)
                            : tarvo_bulk_start(h, kind == 1 ? TARVO_BULK_OPTION_ATOMIC : 0);
         if (!rc)
-            rc = round_requests(h, round, items, rng);
+            rc = round_requests(h, round, items);
         if (!rc && !report("commit", round))
             return 4;
         if (!rc)
