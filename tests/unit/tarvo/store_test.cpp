@@ -47,16 +47,16 @@ TEST(Store, DamagedOrForeignFiles)
          TARVO_ERR_STORE_CORRUPT},
         {"foreign database", [](const std::string &f) { sql(f, "CREATE TABLE x(y)"); },
          TARVO_ERR_STORE_CORRUPT},
-        {"newer schema",
+        {"older schema",
          [](const std::string &f) {
              ASSERT_EQ(0, bind_code());
-             sql(f, "UPDATE meta SET value='2' WHERE key='schema_version'");
+             sql(f, "UPDATE meta SET value='1' WHERE key='schema_version'");
          },
          TARVO_ERR_STORE_CORRUPT},
         {"missing table",
          [](const std::string &f) {
              ASSERT_EQ(0, bind_code());
-             sql(f, "DROP TABLE locks");
+             sql(f, "DROP TABLE records");
          },
          TARVO_ERR_STORE_CORRUPT},
         {"a directory in the way",
@@ -160,6 +160,22 @@ TEST(Store, Settings)
         ASSERT_TRUE(b.h->store->stats(&stats).ok());
         EXPECT_EQ(5u, stats.events);
         EXPECT_EQ(20u, stats.last_event);
+        // One batch of more changes: only the last five are written, under
+        // the numbers they would have had.
+        ASSERT_EQ(0, tarvo_bulk_start(b.h, 0));
+        for (int i = 0; i < 20; ++i)
+            ASSERT_EQ(0, b.create_u32(("/bulk/" + std::to_string(i)).c_str(), i));
+        ASSERT_EQ(0, tarvo_bulk_end(b.h));
+        std::vector<tarvo::Event> events;
+        ASSERT_TRUE(b.h->store->events_after(0, 100, &events).ok());
+        ASSERT_EQ(5u, events.size());
+        EXPECT_EQ(36u, events.front().seq);
+        EXPECT_EQ("/bulk/15", events.front().path);
+        EXPECT_EQ(40u, events.back().seq);
+        ASSERT_EQ(0, b.create_u32("/w/after", 1));
+        ASSERT_TRUE(b.h->store->stats(&stats).ok());
+        EXPECT_EQ(41u, stats.last_event);
+        EXPECT_EQ(5u, stats.events);
     }
     std::ofstream(dir.path() + "/settings") << "batch_entries three\n";
     EXPECT_EQ(TARVO_ERR_STORE_CORRUPT, bind_code());
@@ -279,19 +295,19 @@ TEST(Tarvoctl, SettingsCheckAndInfo)
     EXPECT_EQ(1, status);
     run(ctl + "frobnicate 2>/dev/null", &status);
     EXPECT_EQ(2, status);
-    {
-        Bound b;
-        ASSERT_EQ(0, b.create_u32("/a/b", 1));
-    }
+    Bound b;
+    ASSERT_EQ(0, b.create_u32("/a/b", 1));
+    ASSERT_EQ(0, tarvo_item_wrlock(b.h, "/a"));
     EXPECT_EQ("shared: ok\nlocal: not created yet\nadmin: not created yet\n",
               run(ctl + "check", &status));
     EXPECT_EQ(0, status);
     std::string info = run(ctl + "info", &status);
     EXPECT_NE(std::string::npos, info.find("setting batch_entries 3\n")) << info;
     EXPECT_NE(std::string::npos, info.find("1 items, 1 directories, 1 events")) << info;
+    EXPECT_NE(std::string::npos, info.find("\n  write-lock on /a by " + b.h->holder.name() + "\n"))
+        << info;
     // A directory with nothing below it is damage that check reports.
-    sql(dir.path() + "/shared.db",
-        "INSERT INTO nodes VALUES('/','lonely','/lonely/',-3,NULL)");
+    sql(dir.path() + "/shared.db", "INSERT INTO nodes VALUES('/lonely',-3,NULL)");
     std::string report = run(ctl + "check", &status);
     EXPECT_EQ(1, status);
     EXPECT_NE(std::string::npos, report.find("empty directory /lonely/")) << report;
