@@ -530,9 +530,14 @@ std::vector<Op> BulkLog::take()
     std::vector<Op> out = std::move(ops_);
     if (dead_) {
         size_t kept = 0;
-        for (size_t i = 0; i < out.size(); ++i)
-            if (live_[i])
-                out[kept++] = std::move(out[i]);
+        // An Op moved onto itself would lose its strings.
+        for (size_t i = 0; i < out.size(); ++i) {
+            if (!live_[i])
+                continue;
+            if (kept != i)
+                out[kept] = std::move(out[i]);
+            ++kept;
+        }
         out.resize(kept);
     }
     *this = BulkLog();

@@ -31,6 +31,7 @@
 #define TARVO_STORE_H
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>

@@ -140,19 +140,15 @@ bool round_items(tarvo_bind_h_td h, uint32_t round, uint32_t *count)
 int check(const char *log)
 {
     std::string dir;
-    std::unique_ptr<tarvo::Store> store;
+    std::vector<std::string> problems;
     tarvo::Status s = tarvo::resolve_data_dir(&dir);
     if (s.ok())
-        s = tarvo::open_sqlite_store_existing(tarvo::plane_file(dir, tarvo::Plane::SHARED), {},
-                                              &store);
-    std::vector<std::string> problems;
-    if (s.ok())
-        s = store->check(&problems);
+        s = tarvo::read_sqlite_store(tarvo::plane_file(dir, tarvo::Plane::SHARED),
+                                     [&](tarvo::Store &store) { return store.check(&problems); });
     if (!s.ok())
         return fail(std::string(tarvo::code_text(s.code)) + ": " + s.detail);
     if (!problems.empty())
         return fail(problems.front());
-    store.reset();
 
     tarvo_bind_h_td h = nullptr;
     if (_tarvo_bind(&h, "/crash", 0))

@@ -142,7 +142,14 @@ int info(const std::string &dir)
     for (Plane plane : all_planes()) {
         std::string file = plane_file(dir, plane);
         StoreStats stats;
-        s = read_sqlite_store(file, [&](Store &store) { return store.stats(&stats); });
+        std::vector<Lock> held;
+        s = read_sqlite_store(file, [&](Store &store) {
+            Status read = store.stats(&stats);
+            // Who holds what, for an engineer wondering why a write is refused.
+            if (read.ok() && stats.locks)
+                read = store.locks(&held);
+            return read;
+        });
         if (s.code == TARVO_ERR_NOT_FOUND) {
             std::printf("plane %s: not created yet\n", plane_name(plane));
             continue;
@@ -164,13 +171,10 @@ int info(const std::string &dir)
                     static_cast<unsigned long long>(stats.first_event),
                     static_cast<unsigned long long>(stats.last_event),
                     static_cast<unsigned long long>(stats.locks));
-        // Who holds what, for an engineer wondering why a write is refused.
-        std::vector<Lock> held;
-        if (stats.locks && store->locks(&held).ok())
-            for (const Lock &lock : held)
-                std::printf("  %s-lock on %s by %s\n",
-                            lock.mode == LockMode::WRITE ? "write" : "read", lock.path.c_str(),
-                            lock.holder.name().c_str());
+        for (const Lock &lock : held)
+            std::printf("  %s-lock on %s by %s\n",
+                        lock.mode == LockMode::WRITE ? "write" : "read", lock.path.c_str(),
+                        lock.holder.name().c_str());
     }
     return result;
 }

@@ -4,8 +4,8 @@
 // holder, and a transaction or an atomic bulk is seen by the others all at
 // once.
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sqlite3.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -54,8 +54,7 @@ TEST(Processes, ConcurrentWritersLoseNothing)
             return 100;
         int failures = 0;
         for (int i = 0; i < ITEMS; ++i) {
-            std::string path = std::string("w").append(std::to_string(id));
-            path.append("/i").append(std::to_string(i));
+            std::string path = "w" + std::to_string(id) + "/i" + std::to_string(i);
             uint32_t v = id * 1000 + i;
             failures += tarvo_item_create(h, path.c_str(), TARVO_DATATYPE_UINT32, &v, 4, 0, 0) != 0;
             failures += tarvo_item_set(h, "shared", TARVO_DATATYPE_UINT32, &v, 4, 0) != 0;
@@ -69,10 +68,8 @@ TEST(Processes, ConcurrentWritersLoseNothing)
         return failures > 99 ? 99 : failures;
     });
     tarvo_test::Bound b("/p");
-    for (int id = 0; id < WRITERS; ++id) {
-        std::string dir = std::string("w").append(std::to_string(id));
-        EXPECT_EQ(size_t{ITEMS}, b.names(dir.c_str(), 50).size()) << id;
-    }
+    for (int id = 0; id < WRITERS; ++id)
+        EXPECT_EQ(size_t{ITEMS}, b.names(("w" + std::to_string(id)).c_str(), 50).size()) << id;
     auto shared = b.get("shared");
     ASSERT_EQ(TARVO_DATATYPE_UINT32, shared.first);
     uint32_t last;
@@ -153,6 +150,7 @@ TEST(Processes, ReadersDoNotWaitForAWriter)
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
     close(held[0]);
     close(held[1]);
+}
 
 // One byte at a time between a parent and its child, both ways.
 class Channel {

@@ -247,8 +247,8 @@ TEST_F(Pending, BulkEndModes)
         ASSERT_EQ(0, a.create_u32("ok2", 1));
         ASSERT_EQ(0, set_u32(a, "missing", 1));
         EXPECT_EQ(TARVO_ERR_EXISTS, tarvo_bulk_end(a.h));
-        EXPECT_EQ(c.applied ? U32 : TARVO_ERR_NOT_FOUND, other.get("ok1").first);
-        EXPECT_EQ(c.applied ? U32 : TARVO_ERR_NOT_FOUND, other.get("ok2").first);
+        EXPECT_EQ(c.applied ? int{U32} : int{TARVO_ERR_NOT_FOUND}, other.get("ok1").first);
+        EXPECT_EQ(c.applied ? int{U32} : int{TARVO_ERR_NOT_FOUND}, other.get("ok2").first);
         std::vector<tarvo::ErrorEntry> errors = error_list(other, tarvo::ErrorList::ERRORS);
         ASSERT_EQ(c.errors.size(), errors.size());
         for (size_t i = 0; i < errors.size(); ++i)
