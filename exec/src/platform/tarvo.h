@@ -260,11 +260,114 @@ int tarvo_datalist_last(tarvo_datalist_h_td list, char **name,
 int tarvo_datalist_get_more_flag(tarvo_datalist_h_td list, int *more);
 void tarvo_datalist_free(tarvo_datalist_h_td list);
 
-/* ---- Transactions, bulks, verification ---- */
+/* ---- Transactions ----
+ * One transaction per bind, never together with a bulk (TRANS_AND_BULK).
+ * The create, set, delete, conditional delete and copy requests of the bind
+ * are then checked at once against the committed data merged with the
+ * transaction's own changes, and buffered; the bind's reads see them (see
+ * the access options BULK and NOBULK), other binds do not. The commit applies
+ * them all in one store transaction, checking everything again (items,
+ * verifier rules, locks of other binds): all of them or none. The timeout
+ * (seconds and nanoseconds, both 0: none) counts from the start; a commit
+ * after it applies nothing and returns TARVO_ERR_TRANSACTION_TIMED_OUT, and
+ * requests made after it fail with that code. A start while a transaction is
+ * open keeps its changes and counts the new timeout from now. Commit, timed
+ * out or failed, and abort close the transaction. */
+#define TARVO_TRANSACTION_OPTION_INITIAL_LOAD 0x2u /* commit appends no events */
+int tarvo_transaction_start(tarvo_bind_h_td handle, uint64_t timeout_seconds,
+                            uint64_t timeout_nanoseconds, uint32_t options);
+int tarvo_transaction_commit(tarvo_bind_h_td handle);
 int tarvo_transaction_abort(tarvo_bind_h_td handle);
+
+/* ---- Bulk operations ----
+ * One bulk per bind (TARVO_ERR_BULK_OPEN when one is open already). Between
+ * start and end the bind's write requests are only collected, collapsed per
+ * item (create then set is one create, create then delete is nothing); they
+ * are checked when the bulk ends, in one store transaction. Reads of the
+ * bind see the collected changes as the end would apply them. */
+#define TARVO_BULK_OPTION_ATOMIC 0x1u        /* all or nothing */
+#define TARVO_BULK_OPTION_INITIAL_LOAD 0x20u /* the end appends no events */
+#define TARVO_BULK_OPTION_UPDATE 0x40u       /* create of an existing item sets it */
+#define TARVO_BULK_OPTION_ISSU 0x200u        /* no verification; items left unscanned */
+#define TARVO_BULK_OPTION_COMMIT_REPLACE 0x1000u /* delete what the bulk did not write */
+#define TARVO_BULK_OPTION_INT_ROLLBACK 0x4000u   /* try all, undo all if one failed */
+int tarvo_bulk_start(tarvo_bind_h_td handle, uint32_t options);
+/* Applies the collected operations and closes the bulk, whatever the result.
+ * Without ATOMIC (or INT_ROLLBACK) the operations that can be applied are,
+ * and each refused one is recorded in the errors list; the result is then the
+ * first refusal's code. */
+int tarvo_bulk_end(tarvo_bind_h_td handle);
 int tarvo_bulk_abort(tarvo_bind_h_td handle);
+/* The options word of the open bulk; set replaces it (COMMIT_REPLACE is
+ * meant to be added just before the end). NO_BULK when none is open. */
+int tarvo_bulk_get_options(tarvo_bind_h_td handle, uint32_t *options);
+int tarvo_bulk_set_options(tarvo_bind_h_td handle, uint32_t options);
+/* Removes the collected operations on one item (`name` relative to the bind
+ * point; the empty name: on every item). NOT_FOUND when there were none. */
+#define TARVO_BULK_REMOVE_CREATES 0u /* creates and sets */
+#define TARVO_BULK_REMOVE_DELETES 1u
+#define TARVO_BULK_REMOVE_ALL 2u
+int tarvo_bulk_remove_op2(tarvo_bind_h_td handle, const char *name,
+                          uint32_t kind);
+/* The number of operations collected (after collapsing). */
+int tarvo_bulk_num_ops(tarvo_bind_h_td handle, uint32_t *count);
+
+/* ---- Locks ----
+ * A lock covers the subtree at `path` (the empty path: the bind point) and
+ * belongs to the bind: many read locks or one write lock across binds of any
+ * process. A conflicting lock request fails at once with TARVO_ERR_LOCKED,
+ * and so does a write by another bind into a locked subtree; the prepared
+ * error text names the holder. Locks end with unlock (NOT_LOCKED when the
+ * bind holds none at that path), unbind, or the death of the holding
+ * process. Plain reads are never blocked. */
+int tarvo_item_rdlock(tarvo_bind_h_td handle, const char *path);
+int tarvo_item_wrlock(tarvo_bind_h_td handle, const char *path);
+int tarvo_item_unlock(tarvo_bind_h_td handle, const char *path);
+
+/* ---- Verification ----
+ * Suspends or resumes the verifier rules for this bind's writes only. */
 int tarvo_verification_suspend(tarvo_bind_h_td handle);
 int tarvo_verification_resume(tarvo_bind_h_td handle);
+
+/* ---- Change notifications ----
+ * Appends one event (kind, item, datatype, old and new value) to the plane's
+ * event log at once, without changing any item and outside an open
+ * transaction or bulk. A null value (with length 0) is absent. */
+typedef struct tarvo_edm_notification_td {
+    const char *item_name;
+    uint32_t event;    /* TARVO_EVENT_CREATE, _SET or _DELETE */
+    uint32_t datatype; /* tarvo_item_datatype_td code of the values */
+    const void *old_value;
+    uint32_t old_length;
+    const void *new_value;
+    uint32_t new_length;
+} tarvo_edm_notification_td;
+int tarvo_edm_notification_generate(tarvo_bind_h_td handle,
+                                    const tarvo_edm_notification_td *request);
+
+/* ---- Ping ----
+ * Checks that the store of `plane` answers. BAD_ARGUMENT for a group, plane
+ * or role word out of range; NOT_FOUND for a target id other than 0 (the
+ * store has one server). */
+#define TARVO_PING_GROUP_MEMBERSET 0u
+#define TARVO_PING_GROUP_PHYSICAL 1u
+#define TARVO_PING_GROUP_COMPLEMENT 2u
+#define TARVO_PING_GROUP_OTHER 3u
+#define TARVO_PING_PLANE_ADMIN 0u
+#define TARVO_PING_PLANE_SHARED 1u
+#define TARVO_PING_PLANE_LOCAL 2u
+#define TARVO_PING_ROLE_ACTIVE 0x1u
+#define TARVO_PING_ROLE_STANDBY 0x2u
+#define TARVO_PING_ROLE_ALL 0x4u
+#define TARVO_PING_ROLE_UNKNOWN 0x8u
+int tarvo_ping(tarvo_bind_h_td handle, uint32_t group, uint32_t plane,
+               uint32_t roles, uint32_t versioned, int32_t target_id);
+
+/* ---- Configuration manager ----
+ * End of an in-service upgrade: verifies every item an ISSU bulk left
+ * unscanned, records each refusal in the apply errors and empties the
+ * unscanned list. */
+int tarvo_cfgmgr_issu_mdr_end(tarvo_bind_h_td handle);
 
 #ifdef __cplusplus
 }
