@@ -17,17 +17,25 @@ typedef struct tarvocon_option_word_td {
     uint32_t bit;
 } tarvocon_option_word_td;
 
-/* The entry of `table` equal to `word` without regard to case, or null. */
+/* The entry of the `size` entries of `table` equal to `word` without
+ * regard to case, or null. */
+static inline const tarvocon_option_word_td *
+tarvocon_find_option_in(const tarvocon_option_word_td *table, size_t size,
+                        const char *word)
+{
+    for (size_t i = 0; i < size; i++) {
+        if (strcasecmp(word, table[i].word) == 0)
+            return &table[i];
+    }
+    return nullptr;
+}
+
 template <size_t N>
 static inline const tarvocon_option_word_td *
 tarvocon_find_option_word(const tarvocon_option_word_td (&table)[N],
                           const char *word)
 {
-    for (const auto &entry : table) {
-        if (strcasecmp(word, entry.word) == 0)
-            return &entry;
-    }
-    return nullptr;
+    return tarvocon_find_option_in(table, N, word);
 }
 
 #endif

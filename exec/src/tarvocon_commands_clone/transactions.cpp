@@ -84,6 +84,7 @@ int tarvocon_committrans(char **tokens, uint32_t count,
                          tarvocon_state_td *state)
 {
     assert(tokens != nullptr && state != nullptr);
+    (void)tokens; /* read by the assertion only */
     if (count > 1) {
         vel_printmsg(tarvocon_msg_sc_excess(), VEL_SEVERITY_WARNING);
         return 1;
@@ -110,6 +111,7 @@ int tarvocon_aborttrans(char **tokens, uint32_t count,
                         tarvocon_state_td *state)
 {
     assert(tokens != nullptr && state != nullptr);
+    (void)tokens; /* read by the assertion only */
     if (count > 1) {
         vel_printmsg(tarvocon_msg_sc_excess(), VEL_SEVERITY_WARNING);
         return 1;
