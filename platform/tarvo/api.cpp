@@ -1,10 +1,9 @@
-// Binding, error texts, and the per-bind switches (verification, and the
-// transaction and bulk aborts, which have nothing to abort until this client
-// buffers transactions and bulks).
+// Binding, error texts and the per-bind verification switch.
 #include <cstdlib>
 #include <cstring>
 
 #include "bind.h"
+#include "holder.h"
 #include "paths.h"
 
 using namespace tarvo;
@@ -20,6 +19,7 @@ Status make_bind(const char *path, uint32_t options, std::unique_ptr<tarvo_bind_
     bind->options = options;
     bind->plane = plane_of_options(options);
     bind->scratchpad = (options & TARVO_BIND_OPTION_SCRATCHPAD) != 0;
+    bind->holder = new_holder();
     std::string dir;
     s = resolve_data_dir(&dir);
     if (s.ok())
@@ -59,6 +59,12 @@ int _tarvo_unbind(tarvo_bind_h_td handle)
     if (!bind_is_live(handle))
         return TARVO_ERR_BAD_HANDLE;
     unregister_handle(handle);
+    // Whatever was pending is dropped; the locks go with the bind.
+    guarded([&] {
+        handle->pending.reset();
+        handle->store->unlock_all(handle->holder);
+        return 0;
+    });
     delete handle;
     return 0;
 }
@@ -84,20 +90,6 @@ int tarvo_prepare_error_string(tarvo_bind_h_td handle, int32_t code, char **text
         return TARVO_ERR_NOT_FOUND;
     *text = strdup(handle->last_text.c_str());
     return *text ? 0 : TARVO_ERR_NO_MEMORY;
-}
-
-int tarvo_transaction_abort(tarvo_bind_h_td handle)
-{
-    if (!bind_is_live(handle))
-        return TARVO_ERR_BAD_HANDLE;
-    return fail(handle, error(TARVO_ERR_NO_TRANSACTION));
-}
-
-int tarvo_bulk_abort(tarvo_bind_h_td handle)
-{
-    if (!bind_is_live(handle))
-        return TARVO_ERR_BAD_HANDLE;
-    return fail(handle, error(TARVO_ERR_NO_BULK));
 }
 
 int tarvo_verification_suspend(tarvo_bind_h_td handle)

@@ -13,8 +13,25 @@
 #include <new>
 #include <string>
 
+#include "pending.h"
 #include "settings.h"
 #include "store.h"
+
+namespace tarvo {
+
+// The bind's open transaction or bulk.
+struct Pending {
+    enum class Kind { TRANSACTION, BULK };
+    Kind kind = Kind::TRANSACTION;
+    uint32_t options = 0;
+    int64_t deadline_ns = 0;             // transaction; 0: no timeout
+    std::vector<Op> log;                 // transaction: the accepted requests
+    BulkLog bulk;                        // bulk: the collected operations
+    std::unique_ptr<PendingStore> view;  // always for a transaction; for a
+                                         // bulk from its first read on
+};
+
+}  // namespace tarvo
 
 struct tarvo_bind_td {
     uint32_t options = 0;
@@ -24,6 +41,8 @@ struct tarvo_bind_td {
     tarvo::Settings settings;
     std::unique_ptr<tarvo::Store> store;
     bool verification_suspended = false;
+    tarvo::Holder holder;                      // identity for locks and writes
+    std::unique_ptr<tarvo::Pending> pending;   // open transaction or bulk
     int32_t last_code = 0;   // the last failure, for tarvo_prepare_error_string
     std::string last_text;
 };
@@ -51,6 +70,22 @@ using StoreFactory = std::function<Status(const tarvo_bind_td &bind,
 void set_store_factory(StoreFactory factory);
 Status open_bind_store(const tarvo_bind_td &bind, const std::string &data_dir,
                        std::unique_ptr<Store> *store);
+
+// A batch carrying the bind's own options: verification, writer.
+Batch bind_batch(const tarvo_bind_td &bind);
+
+// The data the bind's reads see with `access` options: the store
+// (TARVO_ACCESS_OPTION_NOBULK, or nothing pending), the pending changes laid
+// over it, or the pending changes alone (TARVO_ACCESS_OPTION_BULK: then
+// *pending_only is set and *store is the pending view, or null when nothing
+// is pending).
+Status bind_view(tarvo_bind_td *bind, uint32_t access, Store **store, PendingStore **pending_only);
+
+// Runs one write request of the bind: at once, or checked against the
+// bind's view and buffered in its open transaction (always atomic there),
+// or collected in its open bulk (*collected set; nothing is checked yet).
+Status submit(tarvo_bind_td *bind, Op op, bool atomic, ApplyResult *result,
+              bool *collected = nullptr);
 
 // Records a failure as the bind's last one and returns its code. The
 // prepared text is "<text of the code>: <detail>".

@@ -14,39 +14,49 @@ namespace {
 Status injected() { return error(TARVO_ERR_STORE, "injected store fault"); }
 }  // namespace
 
-Status FaultStore::lookup(std::string_view path, Node *node)
-{
-    return should_fail() ? injected() : inner_->lookup(path, node);
-}
+#define TARVO_FORWARD(call) return should_fail() ? injected() : inner_->call
 
+Status FaultStore::lookup(std::string_view path, Node *node) { TARVO_FORWARD(lookup(path, node)); }
 Status FaultStore::list(std::string_view dir, const ListQuery &query, Page *page)
 {
-    return should_fail() ? injected() : inner_->list(dir, query, page);
+    TARVO_FORWARD(list(dir, query, page));
 }
-
 Status FaultStore::scan(std::string_view dir, const ScanQuery &query, Page *page)
 {
-    return should_fail() ? injected() : inner_->scan(dir, query, page);
+    TARVO_FORWARD(scan(dir, query, page));
 }
-
-Status FaultStore::apply(const Batch &batch, const WriteChecker *checker, ApplyResult *result)
+Status FaultStore::apply(const Batch &batch, ApplyResult *result)
 {
-    return should_fail() ? injected() : inner_->apply(batch, checker, result);
+    TARVO_FORWARD(apply(batch, result));
 }
-
 Status FaultStore::events_after(uint64_t after, uint32_t max, std::vector<Event> *events)
 {
-    return should_fail() ? injected() : inner_->events_after(after, max, events);
+    TARVO_FORWARD(events_after(after, max, events));
 }
-
-Status FaultStore::check(std::vector<std::string> *problems)
+Status FaultStore::lock(std::string_view path, LockMode mode, const Holder &holder)
 {
-    return should_fail() ? injected() : inner_->check(problems);
+    TARVO_FORWARD(lock(path, mode, holder));
 }
-
-Status FaultStore::stats(StoreStats *stats)
+Status FaultStore::unlock(std::string_view path, const Holder &holder)
 {
-    return should_fail() ? injected() : inner_->stats(stats);
+    TARVO_FORWARD(unlock(path, holder));
 }
+Status FaultStore::unlock_all(const Holder &holder) { TARVO_FORWARD(unlock_all(holder)); }
+Status FaultStore::locks(std::vector<Lock> *locks) { TARVO_FORWARD(locks(locks)); }
+Status FaultStore::errors(ErrorList list, uint64_t after, uint32_t max,
+                          std::vector<ErrorEntry> *entries)
+{
+    TARVO_FORWARD(errors(list, after, max, entries));
+}
+Status FaultStore::clear_errors(ErrorList list) { TARVO_FORWARD(clear_errors(list)); }
+Status FaultStore::end_issu(uint64_t *checked, uint64_t *failures)
+{
+    TARVO_FORWARD(end_issu(checked, failures));
+}
+Status FaultStore::ping() { TARVO_FORWARD(ping()); }
+Status FaultStore::check(std::vector<std::string> *problems) { TARVO_FORWARD(check(problems)); }
+Status FaultStore::stats(StoreStats *stats) { TARVO_FORWARD(stats(stats)); }
+
+#undef TARVO_FORWARD
 
 }  // namespace tarvo

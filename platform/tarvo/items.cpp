@@ -1,14 +1,14 @@
 // Item requests: get, get_inh, get_items, create, set, delete (item,
 // subtree, everything, pattern), conditional delete, verify and copy. Each
 // request resolves its paths against the bind point, checks its arguments and
-// the value, then hands one Batch to the store.
-#include <re2/re2.h>
-
+// the value, then hands one operation to the store, or to the bind's open
+// transaction or bulk (submit, control.cpp). Reads see what the bind sees.
 #include <cstdlib>
 #include <cstring>
 
 #include "bind.h"
 #include "lists.h"
+#include "path_match.h"
 #include "paths.h"
 #include "values.h"
 #include "verifiers.h"
@@ -44,32 +44,22 @@ Status typed_value(int32_t datatype, const void *value, uint32_t length, std::st
     return check_value(datatype, *out);
 }
 
-// The verifier rules that apply to this bind's writes (none while
-// verification is suspended).
-Status load_rules(tarvo_bind_td *bind, VerifierSet *rules, const WriteChecker **checker)
+// The store or view the bind's reads go to (with no access options).
+Store &reader(tarvo_bind_td *bind, Status *s)
 {
-    *checker = nullptr;
-    if (bind->verification_suspended)
-        return ok_status();
-    Status s = rules->load(*bind->store);
-    if (s.ok() && rules->size())
-        *checker = rules;
-    return s;
+    Store *store = nullptr;
+    PendingStore *pending = nullptr;
+    *s = bind_view(bind, 0, &store, &pending);
+    return *store;
 }
 
 // Runs one operation; in a non-atomic tree operation, item failures are
-// reported as the result after the rest has been applied.
-Status run(tarvo_bind_td *bind, Op op, bool atomic, ApplyResult *result)
+// reported as the result after the rest has been applied. *collected is set
+// when a bulk only collected it.
+Status run(tarvo_bind_td *bind, Op op, bool atomic, ApplyResult *result,
+           bool *collected = nullptr)
 {
-    VerifierSet rules;
-    const WriteChecker *checker = nullptr;
-    Status s = load_rules(bind, &rules, &checker);
-    if (!s.ok())
-        return s;
-    Batch batch;
-    batch.atomic = atomic;
-    batch.ops.push_back(std::move(op));
-    s = bind->store->apply(batch, checker, result);
+    Status s = submit(bind, std::move(op), atomic, result, collected);
     if (!s.ok() || result->failures.empty())
         return s;
     const OpFailure &first = result->failures.front();
@@ -109,34 +99,24 @@ Status write_item(tarvo_bind_td *bind, OpKind kind, const char *path, int32_t da
     return run(bind, std::move(op));
 }
 
-Status access_options(uint32_t options)
+// A pattern over relative paths (whole match), or its complement, as the
+// filter of a tree operation; BAD_PATTERN now rather than at apply time.
+Status pattern_match(const std::string &pattern, bool complement, PathMatch *match)
 {
-    if ((options & TARVO_ACCESS_OPTION_NOBULK) && (options & TARVO_ACCESS_OPTION_BULK))
-        return error(TARVO_ERR_BAD_OPTIONS, "committed-only and pending-only together");
-    return ok_status();
-}
-
-// A compiled pattern as a filter over relative paths (whole match), or its
-// complement.
-Status pattern_filter(const std::string &pattern, bool complement, PathFilter *filter)
-{
-    RE2::Options options;
-    options.set_log_errors(false);
-    auto re = std::make_shared<RE2>(pattern, options);
-    if (!re->ok())
-        return error(TARVO_ERR_BAD_PATTERN, pattern + ": " + re->error());
-    *filter = [re, complement](std::string_view rel) {
-        bool hit = RE2::FullMatch(re2::StringPiece(rel.data(), rel.size()), *re);
-        return hit != complement;
-    };
-    return ok_status();
+    match->kind = complement ? PathMatch::Kind::NOT_REGEXP : PathMatch::Kind::REGEXP;
+    match->text = pattern;
+    PathMatcher compiled;
+    return compiled.compile(*match);
 }
 
 Status delete_everything(tarvo_bind_td *bind, bool atomic)
 {
     Node node;
     const std::string &bp = bind->bind_point;
-    Status s = bind->store->lookup(bp == "/" ? bp : bp.substr(0, bp.size() - 1), &node);
+    Status s;
+    Store &view = reader(bind, &s);
+    if (s.ok())
+        s = view.lookup(bp == "/" ? bp : bp.substr(0, bp.size() - 1), &node);
     if (s.code == TARVO_ERR_NOT_FOUND)
         return ok_status();  // nothing below a bind point that does not exist
     if (!s.ok())
@@ -155,12 +135,13 @@ Status delete_matching(tarvo_bind_td *bind, const char *pattern, uint32_t option
     Op op;
     op.kind = OpKind::DELETE_TREE;
     op.path = bind->bind_point;
-    Status s = pattern_filter(pattern, options & TARVO_WRITE_OPTION_COMP_REGEXP, &op.filter);
+    Status s = pattern_match(pattern, options & TARVO_WRITE_OPTION_COMP_REGEXP, &op.match);
     if (!s.ok())
         return s;
     ApplyResult result;
-    s = run(bind, std::move(op), options & TARVO_WRITE_OPTION_ATOMIC, &result);
-    if (s.code == TARVO_ERR_NOT_FOUND || (s.ok() && result.changes == 0))
+    bool collected = false;
+    s = run(bind, std::move(op), options & TARVO_WRITE_OPTION_ATOMIC, &result, &collected);
+    if (s.code == TARVO_ERR_NOT_FOUND || (s.ok() && !collected && result.changes == 0))
         return error(TARVO_ERR_NOT_FOUND,
                      std::string("no item below ") + bind->bind_point + " matches " + pattern);
     return s;
@@ -177,20 +158,13 @@ Status delete_path(tarvo_bind_td *bind, const char *path, uint32_t options)
     Status s = resolve_path(bind->bind_point, path, &where);
     if (!s.ok())
         return s;
-    Node node;
-    s = bind->store->lookup(where.path, &node);
-    if (!s.ok())
-        return s;
+    // An item path may name a directory: the store decides when it runs.
     Op op;
     op.path = where.path;
-    if (node.is_dir()) {
-        op.kind = OpKind::DELETE_TREE;
+    op.kind = where.dir_form ? OpKind::DELETE_TREE : OpKind::DELETE;
+    op.subtree = true;
+    if (where.dir_form)
         op.path = dir_form(where.path);
-    } else if (where.dir_form) {
-        return error(TARVO_ERR_NOT_A_DIR, where.path);
-    } else {
-        op.kind = OpKind::DELETE;
-    }
     ApplyResult result;
     return run(bind, std::move(op), atomic, &result);
 }
@@ -209,27 +183,28 @@ Status copy_paths(tarvo_bind_td *bind, const char *source, const char *destinati
     op.path = from.path;
     std::string filter_text = match ? match : "";
     if (options & (TARVO_WRITE_OPTION_REGEXP | TARVO_WRITE_OPTION_COMP_REGEXP)) {
-        s = pattern_filter(filter_text, options & TARVO_WRITE_OPTION_COMP_REGEXP, &op.filter);
+        s = pattern_match(filter_text, options & TARVO_WRITE_OPTION_COMP_REGEXP, &op.match);
         if (!s.ok())
             return s;
     } else if (!filter_text.empty()) {
-        op.filter = [filter_text](std::string_view rel) {
-            return rel.substr(0, filter_text.size()) == filter_text;
-        };
+        op.match.kind = PathMatch::Kind::PREFIX;
+        op.match.text = filter_text;
     }
     Node src, dst;
-    s = bind->store->lookup(from.path, &src);
+    Store &view = reader(bind, &s);
+    if (s.ok())
+        s = view.lookup(from.path, &src);
     if (!s.ok())
         return s;
     if (!src.is_dir() && from.dir_form)
         return error(TARVO_ERR_NOT_A_DIR, from.path);
     // An item copied onto a directory lands inside it, as with cp.
-    bool into_dir = src.is_dir() || to.dir_form ||
-                    (bind->store->lookup(to.path, &dst).ok() && dst.is_dir());
+    bool into_dir = src.is_dir() || to.dir_form || (view.lookup(to.path, &dst).ok() && dst.is_dir());
     op.target = into_dir ? dir_form(to.path) : to.path;
     ApplyResult result;
-    s = run(bind, std::move(op), options & TARVO_WRITE_OPTION_ATOMIC, &result);
-    if (s.ok() && result.changes == 0)
+    bool collected = false;
+    s = run(bind, std::move(op), options & TARVO_WRITE_OPTION_ATOMIC, &result, &collected);
+    if (s.ok() && !collected && result.changes == 0)
         return error(TARVO_ERR_NOT_FOUND, "nothing below " + from.path + " matches \"" +
                                               filter_text + "\"");
     return s;
@@ -263,17 +238,22 @@ Status inheritance(const Node &item, void **buffer, uint32_t *length)
 Status get_item(tarvo_bind_td *bind, const char *path, tarvo_item_datatype_td *datatype,
                 void **value, uint32_t *length, uint32_t access)
 {
-    Status s = access_options(access);
-    if (!s.ok())
-        return s;
+    Status s;
     ResolvedPath where;
     s = resolve_path(bind->bind_point, path, &where);
     if (!s.ok())
         return s;
-    if (access & TARVO_ACCESS_OPTION_BULK)
-        return error(TARVO_ERR_NOT_FOUND, where.path + " has no pending change");
+    Store *store = nullptr;
+    PendingStore *pending = nullptr;
+    s = bind_view(bind, access, &store, &pending);
+    if (!s.ok())
+        return s;
     Node node;
-    s = bind->store->lookup(where.path, &node);
+    if (access & TARVO_ACCESS_OPTION_BULK)
+        s = pending ? pending->lookup_pending(where.path, &node)
+                    : error(TARVO_ERR_NOT_FOUND, where.path + " has no pending change");
+    else
+        s = store->lookup(where.path, &node);
     if (!s.ok())
         return s;
     if (where.dir_form && !node.is_dir())
@@ -307,7 +287,9 @@ Status verify_item(tarvo_bind_td *bind, const char *path, int32_t datatype, cons
     if (!s.ok())
         return error(s.code, where.path + ": " + s.detail);
     Node node;
-    s = bind->store->lookup(where.path, &node);
+    Store &view = reader(bind, &s);
+    if (s.ok())
+        s = view.lookup(where.path, &node);
     if (s.ok() && node.is_dir())
         return error(TARVO_ERR_IS_DIR, where.path);
     if (s.ok() && node.datatype != datatype)
@@ -316,12 +298,11 @@ Status verify_item(tarvo_bind_td *bind, const char *path, int32_t datatype, cons
                                                    datatype_name(datatype));
     if (!s.ok() && s.code != TARVO_ERR_NOT_FOUND)
         return s;
+    if (bind->verification_suspended)
+        return ok_status();
     VerifierSet rules;
-    const WriteChecker *checker = nullptr;
-    s = load_rules(bind, &rules, &checker);
-    if (s.ok() && checker)
-        s = checker->check(where.path, datatype, bytes);
-    return s;
+    s = rules.load(view);
+    return s.ok() ? rules.check(where.path, datatype, bytes) : s;
 }
 
 Status get_items(tarvo_bind_td *bind, char **names, const char *path, uint32_t count,
@@ -343,7 +324,9 @@ Status get_items(tarvo_bind_td *bind, char **names, const char *path, uint32_t c
         if (!s.ok())
             return s;
         Node node;
-        s = bind->store->lookup(where.path, &node);
+        Store &view = reader(bind, &s);
+        if (s.ok())
+            s = view.lookup(where.path, &node);
         if (s.code == TARVO_ERR_NOT_FOUND)
             continue;
         if (!s.ok())
@@ -382,8 +365,11 @@ int tarvo_item_get_inh(tarvo_bind_h_td handle, const char *path, uint32_t *level
         ResolvedPath where;
         Node node;
         Status s = item_path(handle, path, &where);
-        if (s.ok())
-            s = handle->store->lookup(where.path, &node);
+        if (s.ok()) {
+            Store &view = reader(handle, &s);
+            if (s.ok())
+                s = view.lookup(where.path, &node);
+        }
         if (s.ok() && node.is_dir())
             s = error(TARVO_ERR_IS_DIR, where.path);
         if (s.ok())

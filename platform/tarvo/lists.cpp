@@ -20,6 +20,7 @@ private:
     Status fetch();
 
     tarvo_bind_td *bind_ = nullptr;  // checked before each chunk fetch
+    uint32_t access_ = 0;
     std::string dir_;
     ListQuery query_;
     bool chunked_ = false;
@@ -40,10 +41,26 @@ struct tarvo_datalist_td {
 
 namespace tarvo {
 
+// A page of what the bind sees, or of its pending changes alone.
 Status ListState::fetch()
 {
+    Store *store = nullptr;
+    PendingStore *pending = nullptr;
+    Status s = bind_view(bind_, access_, &store, &pending);
+    if (!s.ok())
+        return s;
     Page page;
-    Status s = bind_->store->list(dir_, query_, &page);
+    if (pending) {
+        s = pending->list_pending(dir_, query_, &page);
+    } else if (access_ & TARVO_ACCESS_OPTION_BULK) {
+        // Nothing is pending, but the directory must still exist.
+        ListQuery none = query_;
+        none.max_entries = 0;
+        s = store->list(dir_, none, &page);
+        page = Page{};
+    } else {
+        s = store->list(dir_, query_, &page);
+    }
     if (!s.ok())
         return s;
     // The chunk before stays alive, so an entry handed out remains valid at
@@ -67,6 +84,7 @@ Status ListState::open(tarvo_bind_td *bind, const char *path, const char *start,
 {
     if ((access & TARVO_ACCESS_OPTION_NOBULK) && (access & TARVO_ACCESS_OPTION_BULK))
         return error(TARVO_ERR_BAD_OPTIONS, "committed-only and pending-only together");
+    access_ = access;
     ResolvedPath where;
     Status s = resolve_path(bind->bind_point, path ? path : "", &where);
     if (!s.ok())
@@ -83,18 +101,13 @@ Status ListState::open(tarvo_bind_td *bind, const char *path, const char *start,
     if (chunked && wanted == 0)
         wanted = bound;
     query_.max_entries = std::min(wanted, bound);
-    // Pending changes only: there are none yet, but the directory must
-    // still exist.
-    bool pending_only = (access & TARVO_ACCESS_OPTION_BULK) != 0;
-    if (pending_only)
-        query_.max_entries = 0;
     s = fetch();
     if (!s.ok())
         return s;
-    if (!chunked)
-        more_ = !exhausted_ && current_.size() < wanted && !pending_only;
-    if (!chunked || pending_only)
+    if (!chunked) {
+        more_ = !exhausted_ && current_.size() < wanted;
         exhausted_ = true;
+    }
     return ok_status();
 }
 

@@ -13,6 +13,15 @@
 namespace tarvo {
 namespace {
 
+// The key of a node: its path without the final "/" of a directory, which
+// gives the order of the store interface.
+std::string node_key(std::string_view path)
+{
+    if (path.size() > 1 && path.back() == '/')
+        path.remove_suffix(1);
+    return std::string(path);
+}
+
 class MemoryStore final : public LocalStore {
 public:
     explicit MemoryStore(const StoreOptions &options) : options_(options) {}
@@ -22,6 +31,7 @@ public:
     Status scan(std::string_view dir, const ScanQuery &query, Page *page) override;
     Status events_after(uint64_t after, uint32_t max,
                         std::vector<Event> *events) override;
+    Status ping() override { return ok_status(); }
     Status stats(StoreStats *stats) override;
 
 protected:
@@ -32,25 +42,36 @@ protected:
     Status erase_node(std::string_view path) override;
     Status append_event(const Event &event) override;
     Status trim_events() override { return ok_status(); }  // done at commit
+    Status get_record(Table table, std::string_view key, std::string *value) override;
+    Status put_record(Table table, std::string_view key, std::string_view value) override;
+    Status erase_record(Table table, std::string_view key) override;
+    Status clear_records(Table table) override;
+    Status read_records(Table table, std::string_view after, uint32_t max,
+                        std::vector<Record> *records) override;
 
 private:
     using Name = std::pair<std::string, std::string>;  // parent, name
+    using RecordKey = std::pair<Table, std::string>;
     struct Undo {
-        std::string path;
-        std::optional<Node> before;
+        bool record = false;
+        std::string key;            // node key
+        RecordKey record_key;
+        std::optional<Node> node;   // before
+        std::optional<std::string> value;
     };
 
     Status fault();
     void raw_put(const Node &node);
-    void raw_erase(const std::string &path);
-    Node node_of(const Name &name) const;
+    void raw_erase(const std::string &key);
+    void remember_record(const RecordKey &key);
     // Adds a node to a page within the query's bounds; false when it is full.
     static bool add(Page *page, Node node, uint32_t max_entries, uint64_t max_bytes,
                     uint64_t *bytes);
 
     StoreOptions options_;
-    std::map<std::string, Node, std::less<>> nodes_;
+    std::map<std::string, Node, std::less<>> nodes_;  // by node key
     std::set<Name> names_;
+    std::map<RecordKey, std::string> records_;
     std::deque<Event> events_;
     uint64_t next_seq_ = 1;
     std::vector<Undo> undo_;
@@ -71,21 +92,11 @@ Status MemoryStore::lookup(std::string_view path, Node *node)
         *node = Node{"/", TARVO_DATATYPE_DIR, {}};
         return ok_status();
     }
-    auto it = nodes_.find(path);
-    if (it == nodes_.end())
-        it = nodes_.find(std::string(path) + "/");
+    auto it = nodes_.find(node_key(path));
     if (it == nodes_.end())
         return error(TARVO_ERR_NOT_FOUND, std::string(path));
     *node = it->second;
     return ok_status();
-}
-
-Node MemoryStore::node_of(const Name &name) const
-{
-    auto it = nodes_.find(name.first + name.second);
-    if (it == nodes_.end())
-        it = nodes_.find(name.first + name.second + "/");
-    return it->second;
 }
 
 bool MemoryStore::add(Page *page, Node node, uint32_t max_entries, uint64_t max_bytes,
@@ -114,7 +125,7 @@ Status MemoryStore::list(std::string_view dir, const ListQuery &q, Page *page)
     const std::string d(dir);
     uint64_t bytes = 0;
     auto emit = [&](const Name &name) {
-        Node node = node_of(name);
+        Node node = nodes_.at(name.first + name.second);
         if (!q.with_values)
             node.value.clear();
         return add(page, std::move(node), q.max_entries, q.max_bytes, &bytes);
@@ -142,7 +153,7 @@ Status MemoryStore::list(std::string_view dir, const ListQuery &q, Page *page)
 Status MemoryStore::scan(std::string_view dir, const ScanQuery &q, Page *page)
 {
     *page = Page{};
-    const std::string lo(dir), hi = subtree_end(dir);
+    const std::string lo(dir), hi = subtree_end(dir), start = node_key(q.start);
     uint64_t bytes = 0;
     auto wanted = [&](const Node &n) { return n.is_dir() ? q.dirs : q.items; };
     auto emit = [&](const Node &n) {
@@ -154,7 +165,7 @@ Status MemoryStore::scan(std::string_view dir, const ScanQuery &q, Page *page)
     if (!q.reverse) {
         auto it = nodes_.upper_bound(lo);
         if (!q.start.empty()) {
-            auto from = q.exclusive ? nodes_.upper_bound(q.start) : nodes_.lower_bound(q.start);
+            auto from = q.exclusive ? nodes_.upper_bound(start) : nodes_.lower_bound(start);
             // A start before the subtree changes nothing.
             if (from == nodes_.end() || from->first > lo)
                 it = from;
@@ -165,7 +176,7 @@ Status MemoryStore::scan(std::string_view dir, const ScanQuery &q, Page *page)
     } else {
         auto it = nodes_.lower_bound(hi);
         if (!q.start.empty()) {
-            auto to = q.exclusive ? nodes_.lower_bound(q.start) : nodes_.upper_bound(q.start);
+            auto to = q.exclusive ? nodes_.lower_bound(start) : nodes_.upper_bound(start);
             if (to != nodes_.end() && to->first < hi)
                 it = to;
         }
@@ -201,7 +212,10 @@ Status MemoryStore::stats(StoreStats *out)
         out->first_event = events_.front().seq;
         out->last_event = events_.back().seq;
     }
-    return ok_status();
+    std::vector<Lock> held;
+    Status s = locks(&held);
+    out->locks = held.size();
+    return s;
 }
 
 Status MemoryStore::begin_write()
@@ -226,10 +240,16 @@ Status MemoryStore::commit_write()
 void MemoryStore::rollback_write()
 {
     for (auto it = undo_.rbegin(); it != undo_.rend(); ++it) {
-        if (it->before)
-            raw_put(*it->before);
-        else
-            raw_erase(it->path);
+        if (it->record) {
+            if (it->value)
+                records_[it->record_key] = *it->value;
+            else
+                records_.erase(it->record_key);
+        } else if (it->node) {
+            raw_put(*it->node);
+        } else {
+            raw_erase(it->key);
+        }
     }
     undo_.clear();
     events_.resize(events_mark_);
@@ -238,14 +258,14 @@ void MemoryStore::rollback_write()
 
 void MemoryStore::raw_put(const Node &node)
 {
-    nodes_[node.path] = node;
+    nodes_[node_key(node.path)] = node;
     names_.insert({parent_dir(node.path), std::string(leaf_name(node.path))});
 }
 
-void MemoryStore::raw_erase(const std::string &path)
+void MemoryStore::raw_erase(const std::string &key)
 {
-    nodes_.erase(path);
-    names_.erase({parent_dir(path), std::string(leaf_name(path))});
+    nodes_.erase(key);
+    names_.erase({parent_dir(key), std::string(leaf_name(key))});
 }
 
 Status MemoryStore::put_node(const Node &node)
@@ -253,8 +273,13 @@ Status MemoryStore::put_node(const Node &node)
     Status s = fault();
     if (!s.ok())
         return s;
-    auto it = nodes_.find(node.path);
-    undo_.push_back({node.path, it == nodes_.end() ? std::nullopt : std::optional<Node>(it->second)});
+    std::string key = node_key(node.path);
+    auto it = nodes_.find(key);
+    Undo u;
+    u.key = key;
+    if (it != nodes_.end())
+        u.node = it->second;
+    undo_.push_back(std::move(u));
     raw_put(node);
     return ok_status();
 }
@@ -264,11 +289,15 @@ Status MemoryStore::erase_node(std::string_view path)
     Status s = fault();
     if (!s.ok())
         return s;
-    auto it = nodes_.find(path);
+    auto it = nodes_.find(node_key(path));
     if (it == nodes_.end())
         return ok_status();
-    undo_.push_back({it->first, it->second});
-    raw_erase(std::string(path));
+    const std::string key = it->first;
+    Undo u;
+    u.key = key;
+    u.node = it->second;
+    undo_.push_back(std::move(u));
+    raw_erase(key);
     return ok_status();
 }
 
@@ -279,6 +308,70 @@ Status MemoryStore::append_event(const Event &event)
         return s;
     events_.push_back(event);
     events_.back().seq = next_seq_++;
+    return ok_status();
+}
+
+void MemoryStore::remember_record(const RecordKey &key)
+{
+    Undo u;
+    u.record = true;
+    u.record_key = key;
+    auto it = records_.find(key);
+    if (it != records_.end())
+        u.value = it->second;
+    undo_.push_back(std::move(u));
+}
+
+Status MemoryStore::get_record(Table table, std::string_view key, std::string *value)
+{
+    auto it = records_.find({table, std::string(key)});
+    if (it == records_.end())
+        return error(TARVO_ERR_NOT_FOUND);
+    *value = it->second;
+    return ok_status();
+}
+
+Status MemoryStore::put_record(Table table, std::string_view key, std::string_view value)
+{
+    Status s = fault();
+    if (!s.ok())
+        return s;
+    RecordKey k{table, std::string(key)};
+    remember_record(k);
+    records_[k] = std::string(value);
+    return ok_status();
+}
+
+Status MemoryStore::erase_record(Table table, std::string_view key)
+{
+    Status s = fault();
+    if (!s.ok())
+        return s;
+    RecordKey k{table, std::string(key)};
+    remember_record(k);
+    records_.erase(k);
+    return ok_status();
+}
+
+Status MemoryStore::clear_records(Table table)
+{
+    Status s = fault();
+    if (!s.ok())
+        return s;
+    auto it = records_.lower_bound({table, ""});
+    while (it != records_.end() && it->first.first == table) {
+        remember_record(it->first);
+        it = records_.erase(it);
+    }
+    return ok_status();
+}
+
+Status MemoryStore::read_records(Table table, std::string_view after, uint32_t max,
+                                 std::vector<Record> *records)
+{
+    auto it = records_.upper_bound({table, std::string(after)});
+    for (; it != records_.end() && it->first.first == table && records->size() < max; ++it)
+        records->push_back(Record{it->first.second, it->second});
     return ok_status();
 }
 

@@ -16,55 +16,43 @@
 namespace tarvo {
 namespace {
 
-constexpr int SCHEMA_VERSION = 1;
+constexpr int SCHEMA_VERSION = 2;
 
-// Version 1. The tables after `events` are not used by this version of the
-// client yet; they are part of the schema so that transactions, locks and
-// error lists can be added without a migration (see docs/store.md).
+// Version 2. One row per node, keyed by its path (a directory without its
+// final "/"), so that writing an item touches one b-tree; the event log
+// appends at the end of its table and has no index; locks, error lists and
+// the unscanned list are records (see docs/store.md).
 constexpr const char *SCHEMA_SQL = R"sql(
 CREATE TABLE meta(key TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID;
 CREATE TABLE nodes(
-  parent TEXT NOT NULL,
-  name TEXT NOT NULL,
-  path TEXT NOT NULL UNIQUE,
+  path TEXT PRIMARY KEY,
   datatype INTEGER NOT NULL,
-  value BLOB,
-  PRIMARY KEY(parent, name)) WITHOUT ROWID;
+  value BLOB) WITHOUT ROWID;
 CREATE TABLE events(
-  seq INTEGER PRIMARY KEY AUTOINCREMENT,
+  seq INTEGER PRIMARY KEY,
   kind INTEGER NOT NULL,
   path TEXT NOT NULL,
   datatype INTEGER NOT NULL,
   old_value BLOB,
   new_value BLOB,
-  time_ns INTEGER NOT NULL,
-  origin TEXT);
-CREATE INDEX events_by_path ON events(path, seq);
-CREATE TABLE locks(
-  path TEXT NOT NULL,
-  owner TEXT NOT NULL,
-  mode INTEGER NOT NULL,
-  pid INTEGER NOT NULL,
-  pid_start INTEGER NOT NULL,
-  acquired_ns INTEGER NOT NULL,
-  PRIMARY KEY(path, owner)) WITHOUT ROWID;
-CREATE TABLE error_lists(
-  list INTEGER NOT NULL,
-  seq INTEGER NOT NULL,
-  path TEXT NOT NULL,
-  operations INTEGER NOT NULL,
-  datatype INTEGER NOT NULL,
-  value BLOB,
-  delete_value BLOB,
-  code INTEGER NOT NULL,
-  verifier_text TEXT,
-  prepared_text TEXT,
-  PRIMARY KEY(list, seq)) WITHOUT ROWID;
-CREATE TABLE unscanned(path TEXT PRIMARY KEY) WITHOUT ROWID;
+  time_ns INTEGER NOT NULL);
+CREATE TABLE records(
+  tab INTEGER NOT NULL,
+  key BLOB NOT NULL,
+  value BLOB NOT NULL,
+  PRIMARY KEY(tab, key)) WITHOUT ROWID;
 )sql";
 
-constexpr const char *TABLES[] = {"meta", "nodes", "events", "locks",
-                                  "error_lists", "unscanned"};
+constexpr const char *TABLES[] = {"meta", "nodes", "events", "records"};
+
+// The key of a node: its canonical path without the final "/" of a
+// directory.
+std::string_view node_key(std::string_view path)
+{
+    if (path.size() > 1 && path.back() == '/')
+        path.remove_suffix(1);
+    return path;
+}
 
 Status sqlite_error(sqlite3 *db, int rc, std::string_view what)
 {
@@ -163,6 +151,7 @@ public:
     Status scan(std::string_view dir, const ScanQuery &query, Page *page) override;
     Status events_after(uint64_t after, uint32_t max,
                         std::vector<Event> *events) override;
+    Status ping() override;
     Status check(std::vector<std::string> *problems) override;
     Status stats(StoreStats *stats) override;
 
@@ -174,8 +163,33 @@ protected:
     Status erase_node(std::string_view path) override;
     Status append_event(const Event &event) override;
     Status trim_events() override;
+    Status get_record(Table table, std::string_view key, std::string *value) override;
+    Status put_record(Table table, std::string_view key, std::string_view value) override;
+    Status erase_record(Table table, std::string_view key) override;
+    Status clear_records(Table table) override;
+    Status read_records(Table table, std::string_view after, uint32_t max,
+                        std::vector<Record> *records) override;
 
 private:
+    // A read transaction around reads of several statements, so that they
+    // see one snapshot; nothing when a write transaction is already open.
+    class ReadSnapshot {
+    public:
+        explicit ReadSnapshot(sqlite3 *db) : db_(sqlite3_get_autocommit(db) ? db : nullptr)
+        {
+            if (db_ && sqlite3_exec(db_, "BEGIN", nullptr, nullptr, nullptr) != SQLITE_OK)
+                db_ = nullptr;
+        }
+        ~ReadSnapshot()
+        {
+            if (db_)
+                sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr);
+        }
+
+    private:
+        sqlite3 *db_;
+    };
+
     Status exec(const char *sql, std::string_view what);
     Status prepare(const std::string &sql, sqlite3_stmt **stmt);
     Status injected_fault();
@@ -187,6 +201,12 @@ private:
     Status check_schema();
     Status read_page(Statement &st, uint32_t max_entries, uint64_t max_bytes,
                      Page *page);
+    Status list_dir(const std::string &dir, const ListQuery &q, Page *page);
+    Status step_done(Statement &st, std::string_view what)
+    {
+        int rc = st.step();
+        return rc == SQLITE_DONE ? ok_status() : error_of(rc, what);
+    }
 
     sqlite3 *db_;
     std::string file_;
@@ -317,26 +337,26 @@ Status SqliteStore::lookup(std::string_view path, Node *node)
         return ok_status();
     }
     sqlite3_stmt *raw = nullptr;
-    Status s = prepare("SELECT path, datatype, value FROM nodes WHERE parent=?1 AND name=?2", &raw);
+    Status s = prepare("SELECT datatype, value FROM nodes WHERE path=?1", &raw);
     if (!s.ok())
         return s;
     Statement st(raw);
-    st.text(1, parent_dir(path));
-    st.text(2, leaf_name(path));
+    st.text(1, node_key(path));
     int rc = st.step();
     if (rc == SQLITE_DONE)
         return error(TARVO_ERR_NOT_FOUND, std::string(path));
     if (rc != SQLITE_ROW)
         return error_of(rc, "lookup");
-    node->path = st.column(0);
-    node->datatype = static_cast<int32_t>(st.int_column(1));
-    node->value = st.column(2);
+    node->datatype = static_cast<int32_t>(st.int_column(0));
+    node->path = std::string(node_key(path));
+    if (node->is_dir())
+        node->path += '/';
+    node->value = st.column(1);
     return ok_status();
 }
 
 // Reads rows (path, datatype, value) into the page until a bound is reached;
-// the statement's LIMIT is one more than max_entries so that one extra row
-// tells whether entries remain.
+// one row past the bound tells whether entries remain.
 Status SqliteStore::read_page(Statement &st, uint32_t max_entries, uint64_t max_bytes,
                               Page *page)
 {
@@ -353,6 +373,8 @@ Status SqliteStore::read_page(Statement &st, uint32_t max_entries, uint64_t max_
             return ok_status();
         }
         Node node{st.column(0), static_cast<int32_t>(st.int_column(1)), st.column(2)};
+        if (node.is_dir())
+            node.path += '/';
         bytes += node.path.size() + node.value.size();
         page->entries.push_back(std::move(node));
     }
@@ -361,32 +383,73 @@ Status SqliteStore::read_page(Statement &st, uint32_t max_entries, uint64_t max_
 Status SqliteStore::list(std::string_view dir, const ListQuery &q, Page *page)
 {
     *page = Page{};
+    ReadSnapshot snapshot(db_);
     if (dir != "/") {
         Node node;
-        Status s = lookup(std::string_view(dir).substr(0, dir.size() - 1), &node);
+        Status s = lookup(dir.substr(0, dir.size() - 1), &node);
         if (!s.ok())
             return s;
         if (!node.is_dir())
             return error(TARVO_ERR_NOT_A_DIR, node.path);
     }
-    std::string sql = "SELECT path, datatype, ";
-    sql += q.with_values ? "value" : "NULL";
-    sql += " FROM nodes WHERE parent=?1";
-    if (!q.start.empty())
-        sql += q.reverse ? (q.exclusive ? " AND name<?2" : " AND name<=?2")
-                         : (q.exclusive ? " AND name>?2" : " AND name>=?2");
-    sql += q.reverse ? " ORDER BY name DESC" : " ORDER BY name";
-    sql += " LIMIT ?3";
-    sqlite3_stmt *raw = nullptr;
-    Status s = prepare(sql, &raw);
-    if (!s.ok())
-        return s;
-    Statement st(raw);
-    st.text(1, dir);
-    if (!q.start.empty())
-        st.text(2, q.start);
-    st.integer(3, static_cast<int64_t>(q.max_entries) + 1);
-    return read_page(st, q.max_entries, q.max_bytes, page);
+    return list_dir(std::string(dir), q, page);
+}
+
+// The children of `dir` are the keys "<dir><name>" without a further "/".
+// The keys of a subdirectory's contents lie among them, in the range
+// "<dir><name>/" to "<dir><name>0"; the walk jumps over each such range.
+Status SqliteStore::list_dir(const std::string &dir, const ListQuery &q, Page *page)
+{
+    std::string bound = !q.start.empty() ? dir + q.start : q.reverse ? subtree_end(dir) : dir;
+    bool inclusive = !q.start.empty() && !q.exclusive;
+    const std::string end = q.reverse ? dir : subtree_end(dir);
+    uint64_t bytes = 0;
+    const std::string value = q.with_values ? "value" : "NULL";
+    for (;;) {
+        std::string sql = "SELECT path, datatype, " + value + " FROM nodes WHERE ";
+        if (!q.reverse)
+            sql += inclusive ? "path>=?1 AND path<?2 ORDER BY path"
+                             : "path>?1 AND path<?2 ORDER BY path";
+        else
+            sql += inclusive ? "path<=?1 AND path>?2 ORDER BY path DESC"
+                             : "path<?1 AND path>?2 ORDER BY path DESC";
+        sqlite3_stmt *raw = nullptr;
+        Status s = prepare(sql, &raw);
+        if (!s.ok())
+            return s;
+        Statement st(raw);
+        st.text(1, bound);
+        st.text(2, end);
+        bool jumped = false;
+        for (;;) {
+            int rc = st.step();
+            if (rc == SQLITE_DONE)
+                return ok_status();
+            if (rc != SQLITE_ROW)
+                return error_of(rc, "list");
+            std::string key = st.column(0);
+            size_t slash = key.find('/', dir.size());
+            if (slash != std::string::npos) {
+                // Inside a subdirectory: continue past (or before) its range.
+                bound = key.substr(0, slash) + (q.reverse ? "/" : "0");
+                inclusive = !q.reverse;
+                jumped = true;
+                break;
+            }
+            if (page->entries.size() >= q.max_entries ||
+                (!page->entries.empty() && bytes >= q.max_bytes)) {
+                page->remain = true;
+                return ok_status();
+            }
+            Node node{std::move(key), static_cast<int32_t>(st.int_column(1)), st.column(2)};
+            if (node.is_dir())
+                node.path += '/';
+            bytes += node.path.size() + node.value.size();
+            page->entries.push_back(std::move(node));
+        }
+        if (!jumped)
+            return ok_status();
+    }
 }
 
 Status SqliteStore::scan(std::string_view dir, const ScanQuery &q, Page *page)
@@ -414,7 +477,7 @@ Status SqliteStore::scan(std::string_view dir, const ScanQuery &q, Page *page)
     st.text(1, dir);
     st.text(2, subtree_end(dir));
     if (!q.start.empty())
-        st.text(3, q.start);
+        st.text(3, node_key(q.start));
     st.integer(4, static_cast<int64_t>(q.max_entries) + 1);
     return read_page(st, q.max_entries, q.max_bytes, page);
 }
@@ -424,18 +487,14 @@ Status SqliteStore::put_node(const Node &node)
     Status s = injected_fault();
     sqlite3_stmt *raw = nullptr;
     if (s.ok())
-        s = prepare("INSERT OR REPLACE INTO nodes(parent, name, path, datatype, value) "
-                    "VALUES(?1, ?2, ?3, ?4, ?5)", &raw);
+        s = prepare("INSERT OR REPLACE INTO nodes(path, datatype, value) VALUES(?1, ?2, ?3)", &raw);
     if (!s.ok())
         return s;
     Statement st(raw);
-    st.text(1, parent_dir(node.path));
-    st.text(2, leaf_name(node.path));
-    st.text(3, node.path);
-    st.integer(4, node.datatype);
-    st.blob(5, node.value, node.is_dir());
-    int rc = st.step();
-    return rc == SQLITE_DONE ? ok_status() : error_of(rc, "write");
+    st.text(1, node_key(node.path));
+    st.integer(2, node.datatype);
+    st.blob(3, node.value, node.is_dir());
+    return step_done(st, "write");
 }
 
 Status SqliteStore::erase_node(std::string_view path)
@@ -443,14 +502,12 @@ Status SqliteStore::erase_node(std::string_view path)
     Status s = injected_fault();
     sqlite3_stmt *raw = nullptr;
     if (s.ok())
-        s = prepare("DELETE FROM nodes WHERE parent=?1 AND name=?2", &raw);
+        s = prepare("DELETE FROM nodes WHERE path=?1", &raw);
     if (!s.ok())
         return s;
     Statement st(raw);
-    st.text(1, parent_dir(path));
-    st.text(2, leaf_name(path));
-    int rc = st.step();
-    return rc == SQLITE_DONE ? ok_status() : error_of(rc, "delete");
+    st.text(1, node_key(path));
+    return step_done(st, "delete");
 }
 
 Status SqliteStore::append_event(const Event &e)
@@ -469,27 +526,124 @@ Status SqliteStore::append_event(const Event &e)
     st.blob(4, e.old_value, !e.has_old);
     st.blob(5, e.new_value, !e.has_new);
     st.integer(6, now_ns());
-    int rc = st.step();
-    return rc == SQLITE_DONE ? ok_status() : error_of(rc, "event");
+    return step_done(st, "event");
 }
 
+// The log is cut back to the window once it has grown an eighth past it,
+// so that most writes do not touch the oldest page of the log. The newest
+// event is never deleted, so sequence numbers are never reused.
 Status SqliteStore::trim_events()
 {
     sqlite3_stmt *raw = nullptr;
-    Status s = prepare("DELETE FROM events WHERE seq <= "
-                       "(SELECT max(seq) FROM events) - ?1", &raw);
+    Status s = prepare("SELECT (SELECT min(seq) FROM events), (SELECT max(seq) FROM events)", &raw);
+    if (!s.ok())
+        return s;
+    int64_t first = 0, last = 0;
+    {
+        Statement st(raw);
+        int rc = st.step();
+        if (rc != SQLITE_ROW)
+            return error_of(rc, "trim events");
+        first = st.int_column(0);
+        last = st.int_column(1);
+    }
+    const int64_t window = static_cast<int64_t>(options_.event_window);
+    if (last - first + 1 <= window + window / 8)
+        return ok_status();
+    s = prepare("DELETE FROM events WHERE seq <= ?1", &raw);
     if (!s.ok())
         return s;
     Statement st(raw);
-    st.integer(1, static_cast<int64_t>(options_.event_window));
-    int rc = st.step();
-    return rc == SQLITE_DONE ? ok_status() : error_of(rc, "trim events");
+    st.integer(1, last - window);
+    return step_done(st, "trim events");
 }
 
 Status SqliteStore::commit_write()
 {
     Status s = injected_fault();
     return s.ok() ? exec("COMMIT", "commit") : s;
+}
+
+Status SqliteStore::get_record(Table table, std::string_view key, std::string *value)
+{
+    sqlite3_stmt *raw = nullptr;
+    Status s = prepare("SELECT value FROM records WHERE tab=?1 AND key=?2", &raw);
+    if (!s.ok())
+        return s;
+    Statement st(raw);
+    st.integer(1, static_cast<int64_t>(table));
+    st.blob(2, key, false);
+    int rc = st.step();
+    if (rc == SQLITE_DONE)
+        return error(TARVO_ERR_NOT_FOUND);
+    if (rc != SQLITE_ROW)
+        return error_of(rc, "record");
+    *value = st.column(0);
+    return ok_status();
+}
+
+Status SqliteStore::put_record(Table table, std::string_view key, std::string_view value)
+{
+    Status s = injected_fault();
+    sqlite3_stmt *raw = nullptr;
+    if (s.ok())
+        s = prepare("INSERT OR REPLACE INTO records(tab, key, value) VALUES(?1, ?2, ?3)", &raw);
+    if (!s.ok())
+        return s;
+    Statement st(raw);
+    st.integer(1, static_cast<int64_t>(table));
+    st.blob(2, key, false);
+    st.blob(3, value, false);
+    return step_done(st, "write record");
+}
+
+Status SqliteStore::erase_record(Table table, std::string_view key)
+{
+    Status s = injected_fault();
+    sqlite3_stmt *raw = nullptr;
+    if (s.ok())
+        s = prepare("DELETE FROM records WHERE tab=?1 AND key=?2", &raw);
+    if (!s.ok())
+        return s;
+    Statement st(raw);
+    st.integer(1, static_cast<int64_t>(table));
+    st.blob(2, key, false);
+    return step_done(st, "delete record");
+}
+
+Status SqliteStore::clear_records(Table table)
+{
+    Status s = injected_fault();
+    sqlite3_stmt *raw = nullptr;
+    if (s.ok())
+        s = prepare("DELETE FROM records WHERE tab=?1", &raw);
+    if (!s.ok())
+        return s;
+    Statement st(raw);
+    st.integer(1, static_cast<int64_t>(table));
+    return step_done(st, "clear records");
+}
+
+Status SqliteStore::read_records(Table table, std::string_view after, uint32_t max,
+                                 std::vector<Record> *records)
+{
+    sqlite3_stmt *raw = nullptr;
+    Status s = prepare("SELECT key, value FROM records WHERE tab=?1 AND key>?2 ORDER BY key "
+                       "LIMIT ?3", &raw);
+    if (!s.ok())
+        return s;
+    Statement st(raw);
+    st.integer(1, static_cast<int64_t>(table));
+    st.blob(2, after, false);
+    st.integer(3, max);
+    for (;;) {
+        int rc = st.step();
+        if (rc == SQLITE_DONE)
+            return ok_status();
+        if (rc != SQLITE_ROW)
+            return error_of(rc, "records");
+        records->push_back(Record{st.column(0), st.column(1)});
+    }
 }
 
 Status SqliteStore::events_after(uint64_t after, uint32_t max,
@@ -522,6 +676,17 @@ Status SqliteStore::events_after(uint64_t after, uint32_t max,
     }
 }
 
+Status SqliteStore::ping()
+{
+    sqlite3_stmt *raw = nullptr;
+    Status s = prepare("SELECT value FROM meta WHERE key='schema_version'", &raw);
+    if (!s.ok())
+        return s;
+    Statement st(raw);
+    int rc = st.step();
+    return rc == SQLITE_ROW ? ok_status() : error_of(rc, "ping");
+}
+
 Status SqliteStore::check(std::vector<std::string> *problems)
 {
     sqlite3_stmt *raw = nullptr;
@@ -538,7 +703,7 @@ Status SqliteStore::check(std::vector<std::string> *problems)
                 problems->push_back("sqlite: " + line);
         }
     }
-    s = prepare("SELECT parent, name, path, datatype FROM nodes", &raw);
+    s = prepare("SELECT path FROM nodes", &raw);
     if (!s.ok())
         return s;
     {
@@ -546,11 +711,11 @@ Status SqliteStore::check(std::vector<std::string> *problems)
         for (int rc = st.step(); rc != SQLITE_DONE; rc = st.step()) {
             if (rc != SQLITE_ROW)
                 return error_of(rc, "check");
-            std::string path = st.column(2);
-            std::string expect = st.column(0) + st.column(1) +
-                                 (st.int_column(3) == TARVO_DATATYPE_DIR ? "/" : "");
-            if (path != expect)
-                problems->push_back("node " + path + " filed as " + expect);
+            std::string path = st.column(0);
+            ResolvedPath resolved;
+            if (path.empty() || path[0] != '/' || path.back() == '/' ||
+                !resolve_path("/", path, &resolved).ok() || resolved.path != path)
+                problems->push_back("node key \"" + path + "\" is not a canonical path");
         }
     }
     return LocalStore::check(problems);
@@ -566,16 +731,21 @@ Status SqliteStore::stats(StoreStats *out)
                        " (SELECT ifnull(max(seq),0) FROM events)", &raw);
     if (!s.ok())
         return s;
-    Statement st(raw);
-    int rc = st.step();
-    if (rc != SQLITE_ROW)
-        return error_of(rc, "stats");
-    out->items = st.int_column(0);
-    out->dirs = st.int_column(1);
-    out->events = st.int_column(2);
-    out->first_event = st.int_column(3);
-    out->last_event = st.int_column(4);
-    return ok_status();
+    {
+        Statement st(raw);
+        int rc = st.step();
+        if (rc != SQLITE_ROW)
+            return error_of(rc, "stats");
+        out->items = st.int_column(0);
+        out->dirs = st.int_column(1);
+        out->events = st.int_column(2);
+        out->first_event = st.int_column(3);
+        out->last_event = st.int_column(4);
+    }
+    std::vector<Lock> held;
+    s = locks(&held);
+    out->locks = held.size();
+    return s;
 }
 
 Status open_store(const std::string &file, const StoreOptions &options, bool create,

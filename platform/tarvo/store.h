@@ -2,18 +2,26 @@
 // the items of one plane live. The embedded SQLite backend, the memory
 // backend (scratchpad binds and tests) and a later distributed backend all
 // implement it; nothing above this interface knows which one it talks to.
+// Everything crossing it is plain data (no callbacks), so that a backend may
+// live in another process or on other machines.
 //
 // Contract for every implementation:
 // - Paths are canonical (see paths.h): items "/a/b", directories "/a/b/",
 //   the root "/". Directories exist while they hold an item; the root always
 //   exists.
+// - Order: names and paths in byte order, where a directory is placed by its
+//   path without the final "/" (so "/a/b/" comes before "/a/b-x").
 // - Reads see committed data only and never keep a statement or a read
 //   transaction open after they return, so a caller may abandon a listing at
-//   any point.
-// - apply() is the only write. It runs a Batch as one transaction: either the
-//   whole batch is applied, or (atomic batch, or a store failure) nothing.
-//   Every item change appends one event to the plane's event log in the same
-//   transaction.
+//   any point. One read call sees one snapshot.
+// - apply() is the only write of items. It runs a Batch as one store
+//   transaction, and reads inside that transaction everything that decides
+//   it: the items, the verifier rules, the locks of other holders, the
+//   deadline. Either the whole batch is applied, or (atomic batch, or a
+//   store failure) nothing. Every item change appends one event to the
+//   plane's event log in the same transaction (unless the batch says not).
+// - Locks are taken and released by their own calls, each one store
+//   transaction; a lock of a holder whose process is gone never blocks.
 // - Results are Status values; a failure of the store itself is
 //   TARVO_ERR_STORE (or BUSY, STORE_CORRUPT, NO_MEMORY) and leaves the data
 //   as it was.
@@ -23,7 +31,6 @@
 #define TARVO_STORE_H
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -78,26 +85,53 @@ struct Event {
     std::string new_value;
 };
 
-// Called by apply() for every item value it is about to create or set
-// (verifier rules). A failure refuses that write.
-class WriteChecker {
-public:
-    virtual ~WriteChecker() = default;
-    virtual Status check(std::string_view path, int32_t datatype,
-                         std::string_view value) const = 0;
+// Who holds a lock or makes a write: a bind of some process. The pid alone
+// does not say it (pids are reused): the process start time and the boot
+// of the machine go with it, and a random id tells the binds of one process
+// apart.
+struct Holder {
+    std::string bind_id;   // 16 hex digits, random per bind
+    int64_t pid = 0;
+    int64_t start = 0;     // process start, clock ticks after boot
+    std::string boot;      // the machine's boot id
+    std::string name() const;  // "bind <id> of process <pid>"
 };
 
-// Filter of the tree operations over the path relative to the operation's
-// directory ("x/y" below "/a/"); an empty function passes everything.
-using PathFilter = std::function<bool(std::string_view relative)>;
+enum class LockMode : uint32_t { READ = 1, WRITE = 2 };
 
-enum class OpKind {
+struct Lock {
+    std::string path;      // canonical item form ("/" for the root)
+    LockMode mode = LockMode::READ;
+    Holder holder;
+    int64_t acquired_ns = 0;
+};
+
+// A filter over the paths of a tree operation, relative to the operation's
+// directory ("x/y" below "/a/"). Plain data: a backend evaluates it.
+struct PathMatch {
+    enum class Kind : uint32_t {
+        ALL,         // every path
+        PREFIX,      // paths beginning with text
+        REGEXP,      // paths that the RE2 pattern text matches as a whole
+        NOT_REGEXP,  // paths that it does not match
+    };
+    Kind kind = Kind::ALL;
+    std::string text;
+    // Relative paths left out whatever the kind says, sorted, and relative
+    // paths left out with everything below them (what a replacing bulk
+    // wrote and copied).
+    std::vector<std::string> except;
+    std::vector<std::string> except_below;
+};
+
+enum class OpKind : uint32_t {
     CREATE,          // path, datatype, value: fails when anything is there
     SET,             // path, datatype, value; create_missing = set -create
-    DELETE,          // path: one item
+    DELETE,          // path: one item (with subtree: or a directory)
     DELETE_TREE,     // path (directory form): the items below, filtered
     DELETE_IF_EQUAL, // path, datatype, value
     COPY,            // path (item or directory form) to target, filtered
+    NOTIFY,          // path, datatype: an event and no change of data
 };
 
 struct Op {
@@ -106,16 +140,53 @@ struct Op {
     int32_t datatype = 0;
     std::string value;
     bool create_missing = false;
+    bool subtree = false;      // DELETE of a directory deletes its subtree
+    bool missing_ok = false;   // DELETE_TREE of a missing directory is no error
     std::string target;
-    PathFilter filter;
+    PathMatch match;
+    // NOTIFY only: the event's kind and the values it carries (the new one
+    // in `value`).
+    uint32_t event = 0;
+    bool has_old = false;
+    bool has_new = false;
+    std::string old_value;
+};
+
+// Error lists kept by a plane. ERRORS holds the refusals of the last bulk
+// end; APPLY_ERRORS accumulates the refusals of the issu end until cleared;
+// UNSCANNED lists the items an issu bulk wrote without verification.
+enum class ErrorList : uint32_t { ERRORS = 0, APPLY_ERRORS = 1, UNSCANNED = 2 };
+
+struct ErrorEntry {
+    uint64_t seq = 0;          // order within the list
+    std::string path;
+    uint32_t operations = 0;   // 0x1 create, 0x2 set, 0x4 delete
+    int32_t datatype = 0;
+    std::string value;         // created or set value
+    std::string delete_value;  // the value a delete removed or would have
+    int32_t code = 0;
+    std::string verifier_text; // the rule's words when a rule refused it
+    std::string prepared_text; // "<text of the code>: <detail>"
 };
 
 struct Batch {
     std::vector<Op> ops;
-    // All or nothing. Otherwise a refused operation (or a refused item of a
-    // tree operation) is recorded in ApplyResult::failures and the rest is
-    // applied; a store failure still undoes everything.
+    // All or nothing, ending at the first refusal. Otherwise a refused
+    // operation (or a refused item of a tree operation) is recorded in
+    // ApplyResult::failures and the rest is applied; a store failure still
+    // undoes everything.
     bool atomic = true;
+    // Not atomic, but undo everything when anything was refused (after
+    // trying every operation, so that every refusal is known).
+    bool undo_on_failure = false;
+    bool verify = true;          // check the verifier rules
+    bool update = false;         // CREATE of an existing item sets it
+    bool unscanned = false;      // no rules; created and set items are
+                                 // listed in ErrorList::UNSCANNED
+    bool events = true;          // append events
+    bool record_errors = false;  // the refusals replace ErrorList::ERRORS
+    Holder writer;               // locks of other holders refuse its writes
+    int64_t deadline_ns = 0;     // wall clock; past it: TRANSACTION_TIMED_OUT
 };
 
 struct OpFailure {
@@ -135,6 +206,7 @@ struct StoreStats {
     uint64_t events = 0;
     uint64_t first_event = 0;
     uint64_t last_event = 0;
+    uint64_t locks = 0;
 };
 
 class Store {
@@ -152,13 +224,36 @@ public:
     // Nodes below directory `dir` in path order (empty page when missing).
     virtual Status scan(std::string_view dir, const ScanQuery &query,
                         Page *page) = 0;
-    // The only write; see the contract at the top.
-    virtual Status apply(const Batch &batch, const WriteChecker *checker,
-                         ApplyResult *result) = 0;
+    // The only write of items; see the contract at the top.
+    virtual Status apply(const Batch &batch, ApplyResult *result) = 0;
     // Events with a sequence number above `after`, oldest first, at most
     // `max` of them.
     virtual Status events_after(uint64_t after, uint32_t max,
                                 std::vector<Event> *events) = 0;
+
+    // Locks on the subtree at `path` (canonical item form). LOCKED, naming
+    // the holder, when another live holder's lock conflicts; taking a lock
+    // the holder has already is no error, and a read lock becomes a write
+    // lock.
+    virtual Status lock(std::string_view path, LockMode mode,
+                        const Holder &holder) = 0;
+    // NOT_LOCKED when the holder has no lock at `path`.
+    virtual Status unlock(std::string_view path, const Holder &holder) = 0;
+    virtual Status unlock_all(const Holder &holder) = 0;
+    // The locks of live holders, by path.
+    virtual Status locks(std::vector<Lock> *locks) = 0;
+
+    // Entries of an error list with a sequence above `after`, at most `max`.
+    virtual Status errors(ErrorList list, uint64_t after, uint32_t max,
+                          std::vector<ErrorEntry> *entries) = 0;
+    virtual Status clear_errors(ErrorList list) = 0;
+    // End of an in-service upgrade: checks every unscanned item against
+    // the verifier rules, appends the refusals to APPLY_ERRORS, empties
+    // UNSCANNED. `failures` counts the refusals.
+    virtual Status end_issu(uint64_t *checked, uint64_t *failures) = 0;
+
+    // A cheap request that proves the store answers.
+    virtual Status ping() = 0;
     // Consistency check of the data; one line per problem found.
     virtual Status check(std::vector<std::string> *problems) = 0;
     virtual Status stats(StoreStats *stats) = 0;
@@ -209,10 +304,19 @@ public:
                 Page *page) override;
     Status scan(std::string_view dir, const ScanQuery &query,
                 Page *page) override;
-    Status apply(const Batch &batch, const WriteChecker *checker,
-                 ApplyResult *result) override;
+    Status apply(const Batch &batch, ApplyResult *result) override;
     Status events_after(uint64_t after, uint32_t max,
                         std::vector<Event> *events) override;
+    Status lock(std::string_view path, LockMode mode,
+                const Holder &holder) override;
+    Status unlock(std::string_view path, const Holder &holder) override;
+    Status unlock_all(const Holder &holder) override;
+    Status locks(std::vector<Lock> *locks) override;
+    Status errors(ErrorList list, uint64_t after, uint32_t max,
+                  std::vector<ErrorEntry> *entries) override;
+    Status clear_errors(ErrorList list) override;
+    Status end_issu(uint64_t *checked, uint64_t *failures) override;
+    Status ping() override;
     Status check(std::vector<std::string> *problems) override;
     Status stats(StoreStats *stats) override;
 

@@ -43,16 +43,16 @@ TEST(Store, DamagedOrForeignFiles)
          TARVO_ERR_STORE_CORRUPT},
         {"foreign database", [](const std::string &f) { sql(f, "CREATE TABLE x(y)"); },
          TARVO_ERR_STORE_CORRUPT},
-        {"newer schema",
+        {"older schema",
          [](const std::string &f) {
              ASSERT_EQ(0, bind_code());
-             sql(f, "UPDATE meta SET value='2' WHERE key='schema_version'");
+             sql(f, "UPDATE meta SET value='1' WHERE key='schema_version'");
          },
          TARVO_ERR_STORE_CORRUPT},
         {"missing table",
          [](const std::string &f) {
              ASSERT_EQ(0, bind_code());
-             sql(f, "DROP TABLE locks");
+             sql(f, "DROP TABLE records");
          },
          TARVO_ERR_STORE_CORRUPT},
         {"a directory in the way",
@@ -249,8 +249,7 @@ TEST(Tarvoctl, SettingsCheckAndInfo)
     EXPECT_NE(std::string::npos, info.find("setting batch_entries 3\n")) << info;
     EXPECT_NE(std::string::npos, info.find("1 items, 1 directories, 1 events")) << info;
     // A directory with nothing below it is damage that check reports.
-    sql(dir.path() + "/shared.db",
-        "INSERT INTO nodes VALUES('/','lonely','/lonely/',-3,NULL)");
+    sql(dir.path() + "/shared.db", "INSERT INTO nodes VALUES('/lonely',-3,NULL)");
     std::string report = run(ctl + "check", &status);
     EXPECT_EQ(1, status);
     EXPECT_NE(std::string::npos, report.find("empty directory /lonely/")) << report;

@@ -1,0 +1,489 @@
+#include "pending.h"
+
+#include <algorithm>
+#include <functional>
+
+#include "paths.h"
+
+namespace tarvo {
+namespace {
+
+std::string node_key(std::string_view path)
+{
+    if (path.size() > 1 && path.back() == '/')
+        path.remove_suffix(1);
+    return std::string(path);
+}
+
+bool comes_before(const std::string &a, const std::string &b, bool reverse)
+{
+    return reverse ? b < a : a < b;
+}
+
+bool page_full(const Page &page, uint32_t max_entries, uint64_t max_bytes, uint64_t bytes)
+{
+    return page.entries.size() >= max_entries || (!page.entries.empty() && bytes >= max_bytes);
+}
+
+// Merges the base store's entries (fetched page by page) with the pending
+// nodes of the same range, both in the query's order. A base entry whose key
+// has a pending change gives way to it (a tombstone hides it). `overlay`
+// holds the pending nodes from the query's start on, at least one more than
+// the page can take, so that the page is decided before it runs out.
+class Merge {
+public:
+    using Fetch = std::function<Status(Page *)>;
+    Merge(const std::map<std::string, std::optional<Node>> &changes, Fetch fetch)
+        : changes_(changes), fetch_(std::move(fetch))
+    {
+    }
+
+    Status run(const std::vector<const Node *> &overlay, bool reverse, uint32_t max_entries,
+               uint64_t max_bytes, bool with_values, Page *page)
+    {
+        *page = Page{};
+        uint64_t bytes = 0;
+        size_t next_overlay = 0;
+        for (;;) {
+            const Node *base = nullptr;
+            Status s = peek_base(&base);
+            if (!s.ok())
+                return s;
+            const Node *mine = next_overlay < overlay.size() ? overlay[next_overlay] : nullptr;
+            if (!base && !mine)
+                return ok_status();
+            bool take_mine = mine && (!base || comes_before(node_key(mine->path),
+                                                            node_key(base->path), reverse));
+            if (page_full(*page, max_entries, max_bytes, bytes)) {
+                page->remain = true;
+                return ok_status();
+            }
+            Node node = take_mine ? *mine : *base;
+            if (take_mine)
+                ++next_overlay;
+            else
+                ++base_pos_;
+            if (!with_values)
+                node.value.clear();
+            bytes += node.path.size() + node.value.size();
+            page->entries.push_back(std::move(node));
+        }
+    }
+
+private:
+    Status peek_base(const Node **out)
+    {
+        for (;;) {
+            while (base_pos_ < base_.entries.size()) {
+                const Node &n = base_.entries[base_pos_];
+                if (!changes_.count(node_key(n.path))) {
+                    *out = &n;
+                    return ok_status();
+                }
+                ++base_pos_;
+            }
+            *out = nullptr;
+            if (base_done_)
+                return ok_status();
+            Status s = fetch_(&base_);
+            if (!s.ok())
+                return s;
+            base_pos_ = 0;
+            base_done_ = !base_.remain || base_.entries.empty();
+        }
+    }
+
+    const std::map<std::string, std::optional<Node>> &changes_;
+    Fetch fetch_;
+    Page base_;
+    size_t base_pos_ = 0;
+    bool base_done_ = false;
+};
+
+}  // namespace
+
+// ---- Reads ----
+
+Status PendingStore::lookup(std::string_view path, Node *node)
+{
+    if (path == "/") {
+        *node = Node{"/", TARVO_DATATYPE_DIR, {}};
+        return ok_status();
+    }
+    auto it = changes_.find(node_key(path));
+    if (it == changes_.end())
+        return base_.lookup(path, node);
+    if (!it->second)
+        return error(TARVO_ERR_NOT_FOUND, std::string(path));
+    *node = *it->second;
+    return ok_status();
+}
+
+Status PendingStore::directory_exists(std::string_view dir)
+{
+    if (dir == "/")
+        return ok_status();
+    Node node;
+    Status s = lookup(dir.substr(0, dir.size() - 1), &node);
+    if (s.ok() && !node.is_dir())
+        return error(TARVO_ERR_NOT_A_DIR, node.path);
+    return s;
+}
+
+Status PendingStore::list(std::string_view dir, const ListQuery &q, Page *page)
+{
+    *page = Page{};
+    Status s = directory_exists(dir);
+    if (!s.ok())
+        return s;
+    const std::string d(dir);
+    std::vector<const Node *> overlay;
+    auto keep = [&](const Name &name) {
+        if (name.first != d)
+            return false;
+        const std::optional<Node> &node = changes_.at(name.first + name.second);
+        if (node)
+            overlay.push_back(&*node);
+        return overlay.size() <= q.max_entries;
+    };
+    if (!q.reverse) {
+        auto it = q.start.empty() ? names_.lower_bound({d, ""})
+                  : q.exclusive   ? names_.upper_bound({d, q.start})
+                                  : names_.lower_bound({d, q.start});
+        for (; it != names_.end() && keep(*it); ++it) {
+        }
+    } else {
+        auto it = q.start.empty() ? names_.lower_bound({d + '\0', ""})
+                  : q.exclusive   ? names_.lower_bound({d, q.start})
+                                  : names_.upper_bound({d, q.start});
+        while (it != names_.begin() && keep(*--it)) {
+        }
+    }
+    ListQuery bq = q;
+    bq.max_entries = q.max_entries + 1;
+    Merge merge(changes_, [&](Page *base) {
+        Status r = base_.list(dir, bq, base);
+        if (r.code == TARVO_ERR_NOT_FOUND || r.code == TARVO_ERR_NOT_A_DIR) {
+            *base = Page{};  // the directory is new, or was an item
+            return ok_status();
+        }
+        if (r.ok() && !base->entries.empty()) {
+            bq.start = std::string(leaf_name(base->entries.back().path));
+            bq.exclusive = true;
+        }
+        return r;
+    });
+    return merge.run(overlay, q.reverse, q.max_entries, q.max_bytes, q.with_values, page);
+}
+
+Status PendingStore::scan(std::string_view dir, const ScanQuery &q, Page *page)
+{
+    *page = Page{};
+    const std::string lo(dir), hi = subtree_end(dir), start = node_key(q.start);
+    std::vector<const Node *> overlay;
+    auto keep = [&](const std::pair<const std::string, std::optional<Node>> &entry) {
+        const std::optional<Node> &node = entry.second;
+        if (node && (node->is_dir() ? q.dirs : q.items))
+            overlay.push_back(&*node);
+        return overlay.size() <= q.max_entries;
+    };
+    if (!q.reverse) {
+        auto it = changes_.upper_bound(lo);
+        if (!q.start.empty() && start > lo)
+            it = q.exclusive ? changes_.upper_bound(start) : changes_.lower_bound(start);
+        for (; it != changes_.end() && it->first < hi && keep(*it); ++it) {
+        }
+    } else {
+        auto it = changes_.lower_bound(hi);
+        if (!q.start.empty() && start < hi)
+            it = q.exclusive ? changes_.lower_bound(start) : changes_.upper_bound(start);
+        while (it != changes_.begin()) {
+            --it;
+            if (it->first <= lo || !keep(*it))
+                break;
+        }
+    }
+    ScanQuery bq = q;
+    bq.max_entries = q.max_entries + 1;
+    Merge merge(changes_, [&](Page *base) {
+        Status r = base_.scan(dir, bq, base);
+        if (r.ok() && !base->entries.empty()) {
+            bq.start = base->entries.back().path;
+            bq.exclusive = true;
+        }
+        return r;
+    });
+    return merge.run(overlay, q.reverse, q.max_entries, q.max_bytes, q.with_values, page);
+}
+
+Status PendingStore::lookup_pending(std::string_view path, Node *node)
+{
+    auto it = changes_.find(node_key(path));
+    if (it == changes_.end() || !it->second)
+        return error(TARVO_ERR_NOT_FOUND, std::string(path) + " has no pending change");
+    *node = *it->second;
+    return ok_status();
+}
+
+Status PendingStore::list_pending(std::string_view dir, const ListQuery &q, Page *page)
+{
+    *page = Page{};
+    Status s = directory_exists(dir);
+    if (!s.ok())
+        return s;
+    const std::string d(dir);
+    std::vector<const Node *> overlay;
+    for (auto it = names_.lower_bound({d, ""}); it != names_.end() && it->first == d; ++it) {
+        const std::string &name = it->second;
+        bool wanted = q.start.empty() ||
+                      (q.reverse ? (q.exclusive ? name < q.start : name <= q.start)
+                                 : (q.exclusive ? name > q.start : name >= q.start));
+        const std::optional<Node> &node = changes_.at(d + name);
+        if (node && wanted)
+            overlay.push_back(&*node);
+    }
+    if (q.reverse)
+        std::reverse(overlay.begin(), overlay.end());
+    // The pending nodes alone: merged with an empty base.
+    const std::map<std::string, std::optional<Node>> none;
+    Merge merge(none, [](Page *base) {
+        *base = Page{};
+        return ok_status();
+    });
+    return merge.run(overlay, q.reverse, q.max_entries, q.max_bytes, q.with_values, page);
+}
+
+Status PendingStore::events_after(uint64_t after, uint32_t max, std::vector<Event> *events)
+{
+    for (const Event &e : events_) {
+        if (events->size() >= max)
+            break;
+        if (e.seq > after)
+            events->push_back(e);
+    }
+    return ok_status();
+}
+
+Status PendingStore::stats(StoreStats *out)
+{
+    *out = StoreStats{};
+    for (const auto &entry : changes_)
+        if (entry.second)
+            ++(entry.second->is_dir() ? out->dirs : out->items);
+    out->events = events_.size();
+    return ok_status();
+}
+
+// ---- Writes into the overlay ----
+
+Status PendingStore::begin_write()
+{
+    undo_.clear();
+    events_mark_ = events_.size();
+    return ok_status();
+}
+
+Status PendingStore::commit_write()
+{
+    undo_.clear();
+    return ok_status();
+}
+
+void PendingStore::rollback_write()
+{
+    for (auto it = undo_.rbegin(); it != undo_.rend(); ++it) {
+        if (it->had) {
+            changes_[it->key] = it->before;
+        } else {
+            changes_.erase(it->key);
+            names_.erase({parent_dir(it->key), std::string(leaf_name(it->key))});
+        }
+    }
+    undo_.clear();
+    events_.resize(events_mark_);
+}
+
+void PendingStore::set_change(const std::string &key, std::optional<Node> node)
+{
+    auto it = changes_.find(key);
+    Undo u{key, it != changes_.end(), {}};
+    if (u.had)
+        u.before = it->second;
+    undo_.push_back(std::move(u));
+    changes_[key] = std::move(node);
+    names_.insert({parent_dir(key), std::string(leaf_name(key))});
+}
+
+Status PendingStore::put_node(const Node &node)
+{
+    set_change(node_key(node.path), node);
+    return ok_status();
+}
+
+Status PendingStore::erase_node(std::string_view path)
+{
+    set_change(node_key(path), std::nullopt);
+    return ok_status();
+}
+
+Status PendingStore::append_event(const Event &event)
+{
+    events_.push_back(event);
+    events_.back().seq = events_.size();
+    return ok_status();
+}
+
+Status PendingStore::get_record(Table, std::string_view, std::string *)
+{
+    return error(TARVO_ERR_NOT_FOUND);
+}
+
+Status PendingStore::read_records(Table table, std::string_view after, uint32_t max,
+                                  std::vector<Record> *records)
+{
+    if (table != Table::LOCKS)
+        return ok_status();
+    std::vector<Lock> held;
+    Status s = base_.locks(&held);
+    for (const Lock &lock : held) {
+        std::string key = lock.path + '\0' + lock.holder.bind_id;
+        if (key > after && records->size() < max)
+            records->push_back(Record{key, encode_lock(lock)});
+    }
+    return s;
+}
+
+// ---- The bulk log ----
+
+namespace {
+
+bool writes(const Op &op) { return op.kind == OpKind::CREATE || op.kind == OpKind::SET; }
+
+bool deletes(const Op &op)
+{
+    return op.kind == OpKind::DELETE || op.kind == OpKind::DELETE_IF_EQUAL;
+}
+
+// Folds `next` into the operations already held on one item; false when it
+// has to be kept as an operation of its own.
+bool fold(std::vector<Op> &ops, Op &next)
+{
+    if (ops.empty())
+        return false;
+    Op &last = ops.back();
+    if (writes(last) && next.kind == OpKind::SET && next.datatype == last.datatype) {
+        last.value = std::move(next.value);
+        last.create_missing = last.create_missing || next.create_missing;
+        return true;
+    }
+    if (last.kind == OpKind::CREATE && next.kind == OpKind::DELETE) {
+        ops.pop_back();  // created and deleted: nothing happened
+        return true;
+    }
+    if (last.kind == OpKind::SET && next.kind == OpKind::DELETE) {
+        last = std::move(next);
+        return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+void BulkLog::seal_below(const std::string &path)
+{
+    const std::string dir = dir_form(path);
+    for (auto it = by_path_.lower_bound(dir);
+         it != by_path_.end() && it->first.compare(0, dir.size(), dir) == 0; ++it)
+        entries_[it->second.back()].sealed = true;
+}
+
+void BulkLog::add(Op op)
+{
+    if (op.kind == OpKind::DELETE_TREE || op.kind == OpKind::COPY) {
+        // Nothing before it may take in later operations.
+        for (auto &path : by_path_)
+            entries_[path.second.back()].sealed = true;
+        Entry e;
+        e.tree = true;
+        e.ops.push_back(std::move(op));
+        entries_.push_back(std::move(e));
+        ++count_;
+        return;
+    }
+    if (op.kind == OpKind::DELETE && op.subtree)  // may be a directory
+        seal_below(op.path);
+    std::vector<size_t> &mine = by_path_[op.path];
+    if (!mine.empty() && !entries_[mine.back()].sealed) {
+        std::vector<Op> &ops = entries_[mine.back()].ops;
+        size_t before = ops.size();
+        if (fold(ops, op)) {
+            count_ = count_ - static_cast<uint32_t>(before) + static_cast<uint32_t>(ops.size());
+            return;
+        }
+        ops.push_back(std::move(op));
+        ++count_;
+        return;
+    }
+    mine.push_back(entries_.size());
+    Entry e;
+    e.ops.push_back(std::move(op));
+    entries_.push_back(std::move(e));
+    ++count_;
+}
+
+uint32_t BulkLog::remove(const std::string &path, uint32_t kind)
+{
+    auto chosen = [kind](const Op &op) {
+        bool creates = writes(op) || op.kind == OpKind::COPY;
+        bool dels = deletes(op) || op.kind == OpKind::DELETE_TREE;
+        return kind == TARVO_BULK_REMOVE_ALL || (kind == TARVO_BULK_REMOVE_CREATES && creates) ||
+               (kind == TARVO_BULK_REMOVE_DELETES && dels);
+    };
+    uint32_t removed = 0;
+    for (Entry &e : entries_) {
+        for (auto it = e.ops.begin(); it != e.ops.end();) {
+            const std::string &at = it->kind == OpKind::COPY ? it->target : it->path;
+            bool here = path.empty() || node_key(at) == node_key(path);
+            if (here && chosen(*it)) {
+                it = e.ops.erase(it);
+                ++removed;
+            } else {
+                ++it;
+            }
+        }
+    }
+    count_ -= removed;
+    return removed;
+}
+
+std::vector<Op> BulkLog::ops() const
+{
+    std::vector<Op> out;
+    out.reserve(count_);
+    for (const Entry &e : entries_)
+        for (const Op &op : e.ops)
+            out.push_back(op);
+    return out;
+}
+
+void BulkLog::written_below(const std::string &dir, std::vector<std::string> *items,
+                            std::vector<std::string> *trees) const
+{
+    auto relative = [&dir](const std::string &path, std::string *rel) {
+        if (path.size() <= dir.size() || path.compare(0, dir.size(), dir) != 0)
+            return false;
+        *rel = node_key(path.substr(dir.size()));
+        return true;
+    };
+    std::string rel;
+    for (const Entry &e : entries_)
+        for (const Op &op : e.ops) {
+            if (writes(op) && relative(op.path, &rel))
+                items->push_back(rel);
+            else if (op.kind == OpKind::COPY && relative(op.target, &rel))
+                trees->push_back(rel);
+        }
+    std::sort(items->begin(), items->end());
+}
+
+}  // namespace tarvo
