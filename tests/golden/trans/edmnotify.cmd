@@ -17,9 +17,9 @@ edmnotify x uint32 set 1 abc
 edmnotify x uint32 create 1
 edmnotify /n/x UINT64 set 1 18446744073709551615
 edmnotify "a b" string delete "old value"
-edmnotify p packed set ds
+edmnotify p packed set ds ds
 1
 old
-ds
 2
 new
+edmnotify q packed create d!
