@@ -6,6 +6,7 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 #include <unordered_map>
@@ -156,9 +157,13 @@ public:
     Status stats(StoreStats *stats) override;
 
 protected:
-    Status begin_write() override { return exec("BEGIN IMMEDIATE", "begin"); }
+    Status begin_write() override { return run("BEGIN IMMEDIATE", "begin"); }
     Status commit_write() override;
-    void rollback_write() override { sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr); }
+    void rollback_write() override
+    {
+        if (!sqlite3_get_autocommit(db_))
+            run("ROLLBACK", "rollback");
+    }
     Status put_node(const Node &node) override;
     Status erase_node(std::string_view path) override;
     Status append_event(const Event &event) override;
@@ -191,6 +196,8 @@ private:
     };
 
     Status exec(const char *sql, std::string_view what);
+    // One statement without results, prepared once.
+    Status run(const char *sql, std::string_view what);
     Status prepare(const std::string &sql, sqlite3_stmt **stmt);
     Status injected_fault();
     Status error_of(int rc, std::string_view what)
@@ -202,6 +209,10 @@ private:
     Status read_page(Statement &st, uint32_t max_entries, uint64_t max_bytes,
                      Page *page);
     Status list_dir(const std::string &dir, const ListQuery &q, Page *page);
+    int64_t trim_step() const
+    {
+        return std::max<int64_t>(1, static_cast<int64_t>(options_.event_window / 8));
+    }
     Status step_done(Statement &st, std::string_view what)
     {
         int rc = st.step();
@@ -212,12 +223,23 @@ private:
     std::string file_;
     StoreOptions options_;
     std::unordered_map<std::string, sqlite3_stmt *> cache_;
+    bool trim_due_ = false;  // an event with a sequence at a trim step was added
 };
 
 Status SqliteStore::exec(const char *sql, std::string_view what)
 {
     int rc = sqlite3_exec(db_, sql, nullptr, nullptr, nullptr);
     return rc == SQLITE_OK ? ok_status() : error_of(rc, what);
+}
+
+Status SqliteStore::run(const char *sql, std::string_view what)
+{
+    sqlite3_stmt *raw = nullptr;
+    Status s = prepare(sql, &raw);
+    if (!s.ok())
+        return s;
+    Statement st(raw);
+    return step_done(st, what);
 }
 
 Status SqliteStore::prepare(const std::string &sql, sqlite3_stmt **stmt)
@@ -526,14 +548,21 @@ Status SqliteStore::append_event(const Event &e)
     st.blob(4, e.old_value, !e.has_old);
     st.blob(5, e.new_value, !e.has_new);
     st.integer(6, now_ns());
-    return step_done(st, "event");
+    s = step_done(st, "event");
+    if (s.ok() && sqlite3_last_insert_rowid(db_) % trim_step() == 0)
+        trim_due_ = true;
+    return s;
 }
 
-// The log is cut back to the window once it has grown an eighth past it,
-// so that most writes do not touch the oldest page of the log. The newest
-// event is never deleted, so sequence numbers are never reused.
+// The log is cut back to the window when a sequence number at a step of an
+// eighth of the window is written (by whichever process writes it), so that
+// most writes neither look at nor touch the oldest page of the log. The
+// newest event is never deleted, so sequence numbers are never reused.
 Status SqliteStore::trim_events()
 {
+    if (!trim_due_)
+        return ok_status();
+    trim_due_ = false;
     sqlite3_stmt *raw = nullptr;
     Status s = prepare("SELECT (SELECT min(seq) FROM events), (SELECT max(seq) FROM events)", &raw);
     if (!s.ok())
@@ -548,7 +577,7 @@ Status SqliteStore::trim_events()
         last = st.int_column(1);
     }
     const int64_t window = static_cast<int64_t>(options_.event_window);
-    if (last - first + 1 <= window + window / 8)
+    if (last - first + 1 <= window)
         return ok_status();
     s = prepare("DELETE FROM events WHERE seq <= ?1", &raw);
     if (!s.ok())
@@ -561,7 +590,7 @@ Status SqliteStore::trim_events()
 Status SqliteStore::commit_write()
 {
     Status s = injected_fault();
-    return s.ok() ? exec("COMMIT", "commit") : s;
+    return s.ok() ? run("COMMIT", "commit") : s;
 }
 
 Status SqliteStore::get_record(Table table, std::string_view key, std::string *value)
