@@ -126,6 +126,12 @@ Status submit(tarvo_bind_td *bind, Op op, bool atomic, ApplyResult *result, bool
     if (collected)
         *collected = false;
     *result = ApplyResult{};
+    if (bind->pending && bind->pending->kind == Pending::Kind::BULK && !bind->pending->view) {
+        bind->pending->bulk.add(std::move(op));  // the common case: nothing to check yet
+        if (collected)
+            *collected = true;
+        return ok_status();
+    }
     Batch b = bind_batch(*bind);
     b.atomic = atomic;
     if (!bind->pending) {
@@ -196,16 +202,18 @@ Status end_bulk(tarvo_bind_td &bind)
 {
     if (!in_bulk(bind))
         return error(TARVO_ERR_NO_BULK);
-    Batch b = bulk_batch(bind, bind.pending->bulk.ops());
-    if (bind.pending->options & TARVO_BULK_OPTION_COMMIT_REPLACE) {
-        Op replace;
+    Op replace;
+    const bool replacing = bind.pending->options & TARVO_BULK_OPTION_COMMIT_REPLACE;
+    if (replacing) {
         replace.kind = OpKind::DELETE_TREE;
         replace.path = bind.bind_point;
         replace.missing_ok = true;
-        bind.pending->bulk.written_below(bind.bind_point, &replace.match.except,
-                                         &replace.match.except_below);
-        b.ops.push_back(std::move(replace));
+        bind.pending->bulk.written_below(bind.bind_point, &replace.extra().match.except,
+                                         &replace.extra().match.except_below);
     }
+    Batch b = bulk_batch(bind, bind.pending->bulk.take());
+    if (replacing)
+        b.ops.push_back(std::move(replace));
     b.record_errors = true;
     bind.pending.reset();
     ApplyResult result;
@@ -298,14 +306,14 @@ Status notification(tarvo_bind_td &bind, const tarvo_edm_notification_td *reques
     op.kind = OpKind::NOTIFY;
     op.path = where.path;
     op.datatype = datatype;
-    op.event = kind;
+    op.extra().event = kind;
     struct Side {
         const void *value;
         uint32_t length;
         bool *has;
         std::string *bytes;
-    } sides[] = {{request->old_value, request->old_length, &op.has_old, &op.old_value},
-                 {request->new_value, request->new_length, &op.has_new, &op.value}};
+    } sides[] = {{request->old_value, request->old_length, &op.extra().has_old, &op.extra().old_value},
+                 {request->new_value, request->new_length, &op.extra().has_new, &op.value}};
     for (Side &side : sides) {
         if (!side.value && side.length)
             return error(TARVO_ERR_BAD_ARGUMENT, "null value with a length");

@@ -90,12 +90,12 @@ Status write_item(tarvo_bind_td *bind, OpKind kind, const char *path, int32_t da
         return s;
     Op op;
     op.kind = kind;
-    op.path = where.path;
     op.datatype = datatype;
     op.create_missing = create_missing;
     s = typed_value(datatype, value, length, &op.value);
     if (!s.ok())
         return error(s.code, where.path + ": " + s.detail);
+    op.path = std::move(where.path);
     return run(bind, std::move(op));
 }
 
@@ -135,7 +135,7 @@ Status delete_matching(tarvo_bind_td *bind, const char *pattern, uint32_t option
     Op op;
     op.kind = OpKind::DELETE_TREE;
     op.path = bind->bind_point;
-    Status s = pattern_match(pattern, options & TARVO_WRITE_OPTION_COMP_REGEXP, &op.match);
+    Status s = pattern_match(pattern, options & TARVO_WRITE_OPTION_COMP_REGEXP, &op.extra().match);
     if (!s.ok())
         return s;
     ApplyResult result;
@@ -183,12 +183,12 @@ Status copy_paths(tarvo_bind_td *bind, const char *source, const char *destinati
     op.path = from.path;
     std::string filter_text = match ? match : "";
     if (options & (TARVO_WRITE_OPTION_REGEXP | TARVO_WRITE_OPTION_COMP_REGEXP)) {
-        s = pattern_match(filter_text, options & TARVO_WRITE_OPTION_COMP_REGEXP, &op.match);
+        s = pattern_match(filter_text, options & TARVO_WRITE_OPTION_COMP_REGEXP, &op.extra().match);
         if (!s.ok())
             return s;
     } else if (!filter_text.empty()) {
-        op.match.kind = PathMatch::Kind::PREFIX;
-        op.match.text = filter_text;
+        op.extra().match.kind = PathMatch::Kind::PREFIX;
+        op.extra().match.text = filter_text;
     }
     Node src, dst;
     Store &view = reader(bind, &s);
@@ -200,7 +200,7 @@ Status copy_paths(tarvo_bind_td *bind, const char *source, const char *destinati
         return error(TARVO_ERR_NOT_A_DIR, from.path);
     // An item copied onto a directory lands inside it, as with cp.
     bool into_dir = src.is_dir() || to.dir_form || (view.lookup(to.path, &dst).ok() && dst.is_dir());
-    op.target = into_dir ? dir_form(to.path) : to.path;
+    op.extra().target = into_dir ? dir_form(to.path) : to.path;
     ApplyResult result;
     bool collected = false;
     s = run(bind, std::move(op), options & TARVO_WRITE_OPTION_ATOMIC, &result, &collected);

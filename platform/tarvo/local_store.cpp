@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstring>
+#include <unordered_set>
 
 #include "holder.h"
 #include "path_match.h"
@@ -20,6 +21,8 @@ struct LocalStore::Context {
     const VerifierSet *rules = nullptr;  // read at the first check
     bool rules_written = false;       // the batch wrote below VERIFIER_DIR
     std::vector<ErrorEntry> errors;   // for the error list, when recorded
+    // Directories this batch has seen to exist; forgotten at any delete.
+    std::unordered_set<std::string> known_dirs;
 };
 
 namespace {
@@ -67,7 +70,7 @@ uint32_t op_bits(const Op &op)
     case OpKind::COPY:
         return TARVO_EVENT_SET;
     case OpKind::NOTIFY:
-        return op.event;
+        return op.extra().event;
     default:
         return TARVO_EVENT_DELETE;
     }
@@ -446,13 +449,17 @@ Status LocalStore::event(uint32_t kind, const Node &node, const std::string *old
     return append_event(e);
 }
 
-// Writes an item (created when `before` is null), with its event and, in
-// an issu bulk, its unscanned record.
+// Writes an item over `before`.
 Status LocalStore::write_item(const Node &node, const Node *before, Context &ctx)
 {
     Status s = put_node(node);
-    if (!s.ok())
-        return s;
+    return s.ok() ? item_written(node, before, ctx) : s;
+}
+
+// What follows the write of an item (created when `before` is null): its
+// event and, in an issu bulk, its unscanned record.
+Status LocalStore::item_written(const Node &node, const Node *before, Context &ctx)
+{
     ++ctx.result->changes;
     rules_touched(node.path, ctx);
     if (ctx.batch->unscanned) {
@@ -463,7 +470,7 @@ Status LocalStore::write_item(const Node &node, const Node *before, Context &ctx
         uint32_t bits = before ? TARVO_EVENT_SET : TARVO_EVENT_CREATE;
         if (g.ok())
             bits |= static_cast<uint32_t>(std::strtoul(had.c_str(), nullptr, 10));
-        s = put_record(Table::UNSCANNED, node.path, std::to_string(bits));
+        Status s = put_record(Table::UNSCANNED, node.path, std::to_string(bits));
         if (!s.ok())
             return s;
     }
@@ -471,40 +478,69 @@ Status LocalStore::write_item(const Node &node, const Node *before, Context &ctx
                   : event(TARVO_EVENT_CREATE, node, nullptr, &node.value, ctx);
 }
 
+Status LocalStore::insert_node(const Node &node, bool *existed, Node *found)
+{
+    Status s = lookup(node.path, found);
+    *existed = s.ok();
+    if (s.code == TARVO_ERR_NOT_FOUND)
+        return put_node(node);
+    return s;
+}
+
+// The directories above `path` that do not exist yet, nearest first;
+// UNDER_ITEM when an item is above.
+Status LocalStore::missing_dirs(const std::string &path, std::vector<std::string> *missing,
+                                Context &ctx)
+{
+    Node node;
+    for (std::string dir = parent_dir(path); dir != "/"; dir = parent_dir(dir)) {
+        if (ctx.known_dirs.count(dir))
+            break;
+        std::string at = item_form(dir);
+        Status s = lookup(at, &node);
+        if (s.ok() && !node.is_dir())
+            return error(TARVO_ERR_UNDER_ITEM, path + " (" + at + " is an item)");
+        if (s.ok()) {
+            ctx.known_dirs.insert(dir);
+            break;
+        }
+        if (s.code != TARVO_ERR_NOT_FOUND)
+            return s;
+        missing->push_back(dir);
+    }
+    return ok_status();
+}
+
+// The item goes in first, so that the key tells whether something is
+// there already; a refusal after that takes it out again.
 Status LocalStore::create(const std::string &path, int32_t datatype, const std::string &value,
                           Context &ctx)
 {
-    Node node;
-    Status s = lookup(path, &node);
-    if (s.ok() && !node.is_dir() && ctx.batch->update)
-        return set(path, datatype, value, false, ctx);
-    if (s.ok())
-        return node.is_dir() ? error(TARVO_ERR_IS_DIR, path) : error(TARVO_ERR_EXISTS, path);
-    if (s.code != TARVO_ERR_NOT_FOUND)
-        return s;
-    // Walk up the ancestors until the first one that exists; everything
-    // below it is created with the item.
     std::vector<std::string> missing;
-    for (std::string dir = parent_dir(path); dir != "/"; dir = parent_dir(dir)) {
-        std::string at = item_form(dir);
-        s = lookup(at, &node);
-        if (s.ok() && !node.is_dir())
-            return error(TARVO_ERR_UNDER_ITEM, path + " (" + at + " is an item)");
-        if (s.ok())
-            break;
-        if (s.code != TARVO_ERR_NOT_FOUND)
-            return s;
-        missing.push_back(dir);
-    }
-    s = may_write(path, datatype, value, ctx);
+    Status s = missing_dirs(path, &missing, ctx);
     if (!s.ok())
         return s;
-    for (auto dir = missing.rbegin(); dir != missing.rend(); ++dir) {
-        s = put_node(Node{*dir, TARVO_DATATYPE_DIR, {}});
+    Node item{path, datatype, value}, there;
+    bool existed = false;
+    s = insert_node(item, &existed, &there);
+    if (!s.ok())
+        return s;
+    if (existed && !there.is_dir() && ctx.batch->update)
+        return set(path, datatype, value, false, ctx);
+    if (existed)
+        return there.is_dir() ? error(TARVO_ERR_IS_DIR, path) : error(TARVO_ERR_EXISTS, path);
+    s = may_write(path, datatype, value, ctx);
+    if (!s.ok()) {
+        Status undo = erase_node(path);
+        return undo.ok() ? s : undo;
+    }
+    for (const std::string &dir : missing) {
+        s = put_node(Node{dir, TARVO_DATATYPE_DIR, {}});
         if (!s.ok())
             return s;
+        ctx.known_dirs.insert(dir);
     }
-    return write_item(Node{path, datatype, value}, nullptr, ctx);
+    return item_written(item, nullptr, ctx);
 }
 
 Status LocalStore::set(const std::string &path, int32_t datatype, const std::string &value,
@@ -532,6 +568,7 @@ Status LocalStore::set(const std::string &path, int32_t datatype, const std::str
 
 Status LocalStore::remove_item(const Node &item, Context &ctx)
 {
+    ctx.known_dirs.clear();
     Status s = may_write(item.path, TARVO_DATATYPE_DIR, {}, ctx);
     if (s.ok())
         s = erase_node(item.path);
@@ -565,9 +602,10 @@ Status LocalStore::remove_item_at(const Op &op, Context &ctx)
 
 Status LocalStore::delete_tree(const Op &op, Context &ctx)
 {
+    ctx.known_dirs.clear();
     const std::string dir = dir_form(op.path);
     PathMatcher matcher;
-    Status s = matcher.compile(op.match);
+    Status s = matcher.compile(op.extra().match);
     if (!s.ok())
         return s;
     Node node;
@@ -594,6 +632,10 @@ Status LocalStore::delete_tree(const Op &op, Context &ctx)
             if (!matcher.matches(std::string_view(item.path).substr(dir.size())))
                 continue;
             s = may_write(item.path, TARVO_DATATYPE_DIR, {}, ctx);
+            if (!s.ok() && !ctx.batch->atomic) {
+                note_failure(ctx, item.path, s, op, &item);  // a locked item stays
+                continue;
+            }
             if (s.ok())
                 s = erase_node(item.path);
             if (s.ok())
@@ -702,7 +744,7 @@ Status LocalStore::copy_item(const Node &item, const std::string &target, Contex
 Status LocalStore::copy(const Op &op, Context &ctx)
 {
     PathMatcher matcher;
-    Status s = matcher.compile(op.match);
+    Status s = matcher.compile(op.extra().match);
     if (!s.ok())
         return s;
     Node src;
@@ -712,7 +754,7 @@ Status LocalStore::copy(const Op &op, Context &ctx)
     if (!s.ok())
         return s;
     if (!src.is_dir()) {
-        std::string target = op.target;
+        std::string target = op.extra().target;
         if (target.back() == '/')
             target += leaf_name(src.path);
         if (!matcher.matches(leaf_name(src.path)))
@@ -720,7 +762,7 @@ Status LocalStore::copy(const Op &op, Context &ctx)
         return copy_item(src, target, ctx);
     }
     const std::string from = dir_form(src.path);
-    const std::string to = dir_form(op.target);
+    const std::string to = dir_form(op.extra().target);
     // Overlapping trees would have the copy read what it has just written.
     if (to.compare(0, from.size(), from) == 0 || from.compare(0, to.size(), to) == 0)
         return error(TARVO_ERR_BAD_ARGUMENT,
@@ -754,8 +796,9 @@ Status LocalStore::copy(const Op &op, Context &ctx)
 Status LocalStore::notify(const Op &op, Context &ctx)
 {
     Node node{op.path, op.datatype, {}};
-    return event(op.event, node, op.has_old ? &op.old_value : nullptr,
-                 op.has_new ? &op.value : nullptr, ctx);
+    const OpExtra &x = op.extra();
+    return event(x.event, node, x.has_old ? &x.old_value : nullptr,
+                 x.has_new ? &op.value : nullptr, ctx);
 }
 
 // ---- Locks ----

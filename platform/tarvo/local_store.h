@@ -45,6 +45,9 @@ protected:
     virtual Status commit_write() = 0;
     virtual void rollback_write() = 0;
     virtual Status put_node(const Node &node) = 0;   // insert or replace
+    // Inserts a node where none is; when one is there, *existed is set and
+    // *found holds it. The default looks first.
+    virtual Status insert_node(const Node &node, bool *existed, Node *found);
     virtual Status erase_node(std::string_view path) = 0;
     virtual Status append_event(const Event &event) = 0;  // seq assigned
     virtual Status trim_events() = 0;  // keep about the configured window
@@ -68,6 +71,9 @@ private:
     Status set(const std::string &path, int32_t datatype, const std::string &value,
                bool create_missing, Context &ctx);
     Status write_item(const Node &node, const Node *before, Context &ctx);
+    Status item_written(const Node &node, const Node *before, Context &ctx);
+    Status missing_dirs(const std::string &path, std::vector<std::string> *missing,
+                        Context &ctx);
     void rules_touched(const std::string &path, Context &ctx);
     Status may_write(const std::string &path, int32_t datatype, const std::string &value,
                      Context &ctx);

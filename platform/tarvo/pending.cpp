@@ -364,71 +364,90 @@ bool deletes(const Op &op)
     return op.kind == OpKind::DELETE || op.kind == OpKind::DELETE_IF_EQUAL;
 }
 
-// Folds `next` into the operations already held on one item; false when it
-// has to be kept as an operation of its own.
-bool fold(std::vector<Op> &ops, Op &next)
+enum class Fold { KEPT, MERGED, CANCELLED };
+
+// Folds `next` into `last`, the last operation held on the same item, in
+// place (the item's path in `last` stays where it is).
+Fold fold(Op &last, Op &next)
 {
-    if (ops.empty())
-        return false;
-    Op &last = ops.back();
     if (writes(last) && next.kind == OpKind::SET && next.datatype == last.datatype) {
         last.value = std::move(next.value);
         last.create_missing = last.create_missing || next.create_missing;
-        return true;
+        return Fold::MERGED;
     }
-    if (last.kind == OpKind::CREATE && next.kind == OpKind::DELETE) {
-        ops.pop_back();  // created and deleted: nothing happened
-        return true;
-    }
+    if (last.kind == OpKind::CREATE && next.kind == OpKind::DELETE)
+        return Fold::CANCELLED;  // created and deleted: nothing happened
     if (last.kind == OpKind::SET && next.kind == OpKind::DELETE) {
-        last = std::move(next);
-        return true;
+        last.kind = OpKind::DELETE;
+        last.value.clear();
+        last.create_missing = false;
+        last.subtree = next.subtree;
+        return Fold::MERGED;
     }
-    return false;
+    return Fold::KEPT;
 }
 
 }  // namespace
 
-void BulkLog::seal_below(const std::string &path)
+// An operation on an item may fold into the last one held on that item
+// unless a tree operation, or a delete of a directory above the item, came
+// in between (it may have changed what the later operation meets).
+bool BulkLog::may_fold(const Op &op, uint32_t last) const
 {
-    const std::string dir = dir_form(path);
-    for (auto it = by_path_.lower_bound(dir);
-         it != by_path_.end() && it->first.compare(0, dir.size(), dir) == 0; ++it)
-        entries_[it->second.back()].sealed = true;
+    if (any_tree_op_ && tree_op_ > last)
+        return false;
+    if (subtree_delete_.empty())
+        return true;
+    for (const std::string &dir : ancestor_dirs(op.path)) {
+        auto it = subtree_delete_.find(dir);
+        if (it != subtree_delete_.end() && it->second > last)
+            return false;
+    }
+    return true;
+}
+
+uint32_t BulkLog::last_on(const std::string &path, uint64_t *hash) const
+{
+    *hash = std::hash<std::string>()(path);
+    auto it = last_.find(*hash);
+    if (it == last_.end() || ops_[it->second].path != path)
+        return NONE;
+    return it->second;
 }
 
 void BulkLog::add(Op op)
 {
+    const uint32_t at = static_cast<uint32_t>(ops_.size());
     if (op.kind == OpKind::DELETE_TREE || op.kind == OpKind::COPY) {
-        // Nothing before it may take in later operations.
-        for (auto &path : by_path_)
-            entries_[path.second.back()].sealed = true;
-        Entry e;
-        e.tree = true;
-        e.ops.push_back(std::move(op));
-        entries_.push_back(std::move(e));
-        ++count_;
+        tree_op_ = at;
+        any_tree_op_ = true;
+        ops_.push_back(std::move(op));
+        previous_.push_back(NONE);
+        live_.push_back(true);
         return;
     }
-    if (op.kind == OpKind::DELETE && op.subtree)  // may be a directory
-        seal_below(op.path);
-    std::vector<size_t> &mine = by_path_[op.path];
-    if (!mine.empty() && !entries_[mine.back()].sealed) {
-        std::vector<Op> &ops = entries_[mine.back()].ops;
-        size_t before = ops.size();
-        if (fold(ops, op)) {
-            count_ = count_ - static_cast<uint32_t>(before) + static_cast<uint32_t>(ops.size());
+    uint64_t hash = 0;
+    const uint32_t last = last_on(op.path, &hash);
+    if (last != NONE && may_fold(op, last)) {
+        Fold folded = fold(ops_[last], op);
+        if (folded == Fold::MERGED)
+            return;
+        if (folded == Fold::CANCELLED) {
+            live_[last] = false;
+            ++dead_;
+            if (previous_[last] == NONE)
+                last_.erase(hash);
+            else
+                last_[hash] = previous_[last];
             return;
         }
-        ops.push_back(std::move(op));
-        ++count_;
-        return;
     }
-    mine.push_back(entries_.size());
-    Entry e;
-    e.ops.push_back(std::move(op));
-    entries_.push_back(std::move(e));
-    ++count_;
+    if (op.kind == OpKind::DELETE && op.subtree)  // the item may be a directory
+        subtree_delete_[op.path + "/"] = at;
+    ops_.push_back(std::move(op));
+    previous_.push_back(last);
+    live_.push_back(true);
+    last_[hash] = at;
 }
 
 uint32_t BulkLog::remove(const std::string &path, uint32_t kind)
@@ -440,29 +459,44 @@ uint32_t BulkLog::remove(const std::string &path, uint32_t kind)
                (kind == TARVO_BULK_REMOVE_DELETES && dels);
     };
     uint32_t removed = 0;
-    for (Entry &e : entries_) {
-        for (auto it = e.ops.begin(); it != e.ops.end();) {
-            const std::string &at = it->kind == OpKind::COPY ? it->target : it->path;
-            bool here = path.empty() || node_key(at) == node_key(path);
-            if (here && chosen(*it)) {
-                it = e.ops.erase(it);
-                ++removed;
-            } else {
-                ++it;
-            }
+    for (size_t i = 0; i < ops_.size(); ++i) {
+        const Op &op = ops_[i];
+        const std::string &at = op.kind == OpKind::COPY ? op.extra().target : op.path;
+        bool here = path.empty() || node_key(at) == node_key(path);
+        if (live_[i] && here && chosen(op)) {
+            live_[i] = false;
+            ++removed;
         }
     }
-    count_ -= removed;
+    // What is left is not folded into any more: later operations start anew.
+    last_.clear();
+    any_tree_op_ = true;
+    tree_op_ = static_cast<uint32_t>(ops_.size());
+    dead_ += removed;
     return removed;
 }
 
 std::vector<Op> BulkLog::ops() const
 {
     std::vector<Op> out;
-    out.reserve(count_);
-    for (const Entry &e : entries_)
-        for (const Op &op : e.ops)
-            out.push_back(op);
+    out.reserve(count());
+    for (size_t i = 0; i < ops_.size(); ++i)
+        if (live_[i])
+            out.push_back(ops_[i]);
+    return out;
+}
+
+std::vector<Op> BulkLog::take()
+{
+    std::vector<Op> out = std::move(ops_);
+    if (dead_) {
+        size_t kept = 0;
+        for (size_t i = 0; i < out.size(); ++i)
+            if (live_[i])
+                out[kept++] = std::move(out[i]);
+        out.resize(kept);
+    }
+    *this = BulkLog();
     return out;
 }
 
@@ -476,13 +510,15 @@ void BulkLog::written_below(const std::string &dir, std::vector<std::string> *it
         return true;
     };
     std::string rel;
-    for (const Entry &e : entries_)
-        for (const Op &op : e.ops) {
-            if (writes(op) && relative(op.path, &rel))
-                items->push_back(rel);
-            else if (op.kind == OpKind::COPY && relative(op.target, &rel))
-                trees->push_back(rel);
-        }
+    for (size_t i = 0; i < ops_.size(); ++i) {
+        const Op &op = ops_[i];
+        if (!live_[i])
+            continue;
+        if (writes(op) && relative(op.path, &rel))
+            items->push_back(rel);
+        else if (op.kind == OpKind::COPY && relative(op.extra().target, &rel))
+            trees->push_back(rel);
+    }
     std::sort(items->begin(), items->end());
 }
 

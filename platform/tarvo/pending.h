@@ -18,6 +18,7 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <unordered_map>
 
 #include "local_store.h"
 
@@ -80,25 +81,33 @@ public:
     // Removes the operations of `kind` (TARVO_BULK_REMOVE_*) on `path`, or on
     // every path when it is empty; the number removed.
     uint32_t remove(const std::string &path, uint32_t kind);
-    uint32_t count() const { return count_; }
-    // The operations in the order the end applies them.
+    uint32_t count() const { return static_cast<uint32_t>(ops_.size()) - dead_; }
+    // The operations in the order the end applies them: copied, or moved
+    // out (the log is empty afterwards).
     std::vector<Op> ops() const;
+    std::vector<Op> take();
     // Paths the bulk writes (creates, sets) and destinations of its copies,
     // relative to `dir`, sorted: what a replacing end keeps.
     void written_below(const std::string &dir, std::vector<std::string> *items,
                        std::vector<std::string> *trees) const;
 
 private:
-    struct Entry {
-        std::vector<Op> ops;
-        bool tree = false;
-        bool sealed = false;  // later operations on its path start a new entry
-    };
-    void seal_below(const std::string &path);
+    static constexpr uint32_t NONE = UINT32_MAX;
+    bool may_fold(const Op &op, uint32_t last) const;
+    uint32_t last_on(const std::string &path, uint64_t *hash) const;
 
-    std::vector<Entry> entries_;
-    std::map<std::string, std::vector<size_t>> by_path_;  // per-item entries, in order
-    uint32_t count_ = 0;
+    // The operations in order, kept as the batch the end applies; removed
+    // ones are marked dead and left out then.
+    std::vector<Op> ops_;
+    std::vector<uint32_t> previous_;  // the operation before, on the same item
+    std::vector<bool> live_;
+    uint32_t dead_ = 0;
+    // The last live operation on each item, by a hash of its path (checked
+    // against the path: a collision only keeps two operations apart).
+    std::unordered_map<uint64_t, uint32_t> last_;
+    std::unordered_map<std::string, uint32_t> subtree_delete_;  // "/a/" -> last delete of /a
+    uint32_t tree_op_ = 0;    // operations before the last tree operation stay as they are
+    bool any_tree_op_ = false;
 };
 
 }  // namespace tarvo

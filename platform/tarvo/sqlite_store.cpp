@@ -102,6 +102,11 @@ public:
         sqlite3_bind_text(stmt_, i, v.data(), static_cast<int>(v.size()),
                           SQLITE_TRANSIENT);
     }
+    // The text must stay in place until the statement is done with.
+    void text_in_place(int i, std::string_view v)
+    {
+        sqlite3_bind_text(stmt_, i, v.data(), static_cast<int>(v.size()), SQLITE_STATIC);
+    }
     void blob(int i, std::string_view v, bool null)
     {
         if (null)
@@ -142,6 +147,8 @@ public:
     {
         for (auto &entry : cache_)
             sqlite3_finalize(entry.second);
+        for (auto &entry : fixed_)
+            sqlite3_finalize(entry.second);
         sqlite3_close(db_);
     }
 
@@ -165,6 +172,7 @@ protected:
             run("ROLLBACK", "rollback");
     }
     Status put_node(const Node &node) override;
+    Status insert_node(const Node &node, bool *existed, Node *found) override;
     Status erase_node(std::string_view path) override;
     Status append_event(const Event &event) override;
     Status trim_events() override;
@@ -198,7 +206,11 @@ private:
     Status exec(const char *sql, std::string_view what);
     // One statement without results, prepared once.
     Status run(const char *sql, std::string_view what);
+    // Statements built at run time are cached by their text; fixed ones
+    // (string literals) by the literal's address, which costs no hashing of
+    // the text.
     Status prepare(const std::string &sql, sqlite3_stmt **stmt);
+    Status prepare(const char *sql, sqlite3_stmt **stmt);
     Status injected_fault();
     Status error_of(int rc, std::string_view what)
     {
@@ -223,6 +235,7 @@ private:
     std::string file_;
     StoreOptions options_;
     std::unordered_map<std::string, sqlite3_stmt *> cache_;
+    std::unordered_map<const char *, sqlite3_stmt *> fixed_;
     bool trim_due_ = false;  // an event with a sequence at a trim step was added
 };
 
@@ -240,6 +253,20 @@ Status SqliteStore::run(const char *sql, std::string_view what)
         return s;
     Statement st(raw);
     return step_done(st, what);
+}
+
+Status SqliteStore::prepare(const char *sql, sqlite3_stmt **stmt)
+{
+    auto it = fixed_.find(sql);
+    if (it != fixed_.end()) {
+        *stmt = it->second;
+        return ok_status();
+    }
+    int rc = sqlite3_prepare_v3(db_, sql, -1, SQLITE_PREPARE_PERSISTENT, stmt, nullptr);
+    if (rc != SQLITE_OK)
+        return error_of(rc, "prepare");
+    fixed_.emplace(sql, *stmt);
+    return ok_status();
 }
 
 Status SqliteStore::prepare(const std::string &sql, sqlite3_stmt **stmt)
@@ -363,7 +390,7 @@ Status SqliteStore::lookup(std::string_view path, Node *node)
     if (!s.ok())
         return s;
     Statement st(raw);
-    st.text(1, node_key(path));
+    st.text_in_place(1, node_key(path));
     int rc = st.step();
     if (rc == SQLITE_DONE)
         return error(TARVO_ERR_NOT_FOUND, std::string(path));
@@ -513,10 +540,35 @@ Status SqliteStore::put_node(const Node &node)
     if (!s.ok())
         return s;
     Statement st(raw);
-    st.text(1, node_key(node.path));
+    st.text_in_place(1, node_key(node.path));
     st.integer(2, node.datatype);
     st.blob(3, node.value, node.is_dir());
     return step_done(st, "write");
+}
+
+Status SqliteStore::insert_node(const Node &node, bool *existed, Node *found)
+{
+    *existed = false;
+    Status s = injected_fault();
+    sqlite3_stmt *raw = nullptr;
+    if (s.ok())
+        s = prepare("INSERT INTO nodes(path, datatype, value) VALUES(?1, ?2, ?3)", &raw);
+    if (!s.ok())
+        return s;
+    int rc;
+    {
+        Statement st(raw);
+        st.text_in_place(1, node_key(node.path));
+        st.integer(2, node.datatype);
+        st.blob(3, node.value, node.is_dir());
+        rc = st.step();
+    }
+    if (rc == SQLITE_DONE)
+        return ok_status();
+    if (rc != SQLITE_CONSTRAINT_PRIMARYKEY)
+        return error_of(rc, "write");
+    *existed = true;
+    return lookup(node.path, found);
 }
 
 Status SqliteStore::erase_node(std::string_view path)
@@ -528,7 +580,7 @@ Status SqliteStore::erase_node(std::string_view path)
     if (!s.ok())
         return s;
     Statement st(raw);
-    st.text(1, node_key(path));
+    st.text_in_place(1, node_key(path));
     return step_done(st, "delete");
 }
 
@@ -543,7 +595,7 @@ Status SqliteStore::append_event(const Event &e)
         return s;
     Statement st(raw);
     st.integer(1, e.kind);
-    st.text(2, e.path);
+    st.text_in_place(2, e.path);
     st.integer(3, e.datatype);
     st.blob(4, e.old_value, !e.has_old);
     st.blob(5, e.new_value, !e.has_new);

@@ -134,22 +134,58 @@ enum class OpKind : uint32_t {
     NOTIFY,          // path, datatype: an event and no change of data
 };
 
+// The parts of an operation that only tree operations and notifications
+// use; kept apart so that the many creates and sets of a bulk stay small.
+struct OpExtra {
+    std::string target;        // COPY: destination
+    PathMatch match;           // DELETE_TREE, COPY: which paths
+    uint32_t event = 0;        // NOTIFY: the event's kind
+    bool has_old = false;      // NOTIFY: the values it carries (the new one
+    bool has_new = false;      // in Op::value)
+    std::string old_value;
+};
+
 struct Op {
     OpKind kind = OpKind::CREATE;
-    std::string path;
     int32_t datatype = 0;
-    std::string value;
     bool create_missing = false;
     bool subtree = false;      // DELETE of a directory deletes its subtree
     bool missing_ok = false;   // DELETE_TREE of a missing directory is no error
-    std::string target;
-    PathMatch match;
-    // NOTIFY only: the event's kind and the values it carries (the new one
-    // in `value`).
-    uint32_t event = 0;
-    bool has_old = false;
-    bool has_new = false;
-    std::string old_value;
+    std::string path;
+    std::string value;
+
+    const OpExtra &extra() const { return extra_ ? *extra_ : none(); }
+    OpExtra &extra()
+    {
+        if (!extra_)
+            extra_ = std::make_unique<OpExtra>();
+        return *extra_;
+    }
+
+    Op() = default;
+    Op(const Op &other) { *this = other; }
+    Op &operator=(const Op &other)
+    {
+        kind = other.kind;
+        datatype = other.datatype;
+        create_missing = other.create_missing;
+        subtree = other.subtree;
+        missing_ok = other.missing_ok;
+        path = other.path;
+        value = other.value;
+        extra_ = other.extra_ ? std::make_unique<OpExtra>(*other.extra_) : nullptr;
+        return *this;
+    }
+    Op(Op &&) = default;
+    Op &operator=(Op &&) = default;
+
+private:
+    static const OpExtra &none()
+    {
+        static const OpExtra empty;
+        return empty;
+    }
+    std::unique_ptr<OpExtra> extra_;
 };
 
 // Error lists kept by a plane. ERRORS holds the refusals of the last bulk
