@@ -39,7 +39,7 @@ need sqlite3 sqlite3
 if [ -z "$console" ]; then
     build="$root/build/bench"
     if [ ! -f "$build/build.ninja" ]; then
-        cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
+        cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
             -DTARVO_TESTS=OFF \
             -DTARVOCON_CLIENT_LIBRARY="$build/platform/tarvo/libtarvo.so" >&2
     fi

@@ -62,7 +62,8 @@ int _tarvo_unbind(tarvo_bind_h_td handle)
     // Whatever was pending is dropped; the locks go with the bind.
     guarded([&] {
         handle->pending.reset();
-        handle->store->unlock_all(handle->holder);
+        if (handle->locked)
+            handle->store->unlock_all(handle->holder);
         return 0;
     });
     delete handle;

@@ -42,6 +42,7 @@ struct tarvo_bind_td {
     std::unique_ptr<tarvo::Store> store;
     bool verification_suspended = false;
     tarvo::Holder holder;                      // identity for locks and writes
+    bool locked = false;                       // has taken a lock (unbind releases)
     std::unique_ptr<tarvo::Pending> pending;   // open transaction or bulk
     int32_t last_code = 0;   // the last failure, for tarvo_prepare_error_string
     std::string last_text;

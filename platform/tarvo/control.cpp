@@ -91,6 +91,16 @@ Status resolve_lock_path(const tarvo_bind_td &bind, const char *path, std::strin
     return s;
 }
 
+Status take_lock(tarvo_bind_td &bind, const char *path, LockMode mode)
+{
+    std::string where;
+    Status s = resolve_lock_path(bind, path, &where);
+    if (s.ok())
+        s = bind.store->lock(where, mode, bind.holder);
+    bind.locked = bind.locked || s.ok();
+    return s;
+}
+
 }  // namespace
 
 Batch bind_batch(const tarvo_bind_td &bind)
@@ -453,18 +463,14 @@ int tarvo_bulk_num_ops(tarvo_bind_h_td h, uint32_t *count)
 int tarvo_item_rdlock(tarvo_bind_h_td h, const char *path)
 {
     return on_bind(h, [&](tarvo_bind_td &b) {
-        std::string where;
-        Status s = resolve_lock_path(b, path, &where);
-        return s.ok() ? b.store->lock(where, LockMode::READ, b.holder) : s;
+        return take_lock(b, path, LockMode::READ);
     });
 }
 
 int tarvo_item_wrlock(tarvo_bind_h_td h, const char *path)
 {
     return on_bind(h, [&](tarvo_bind_td &b) {
-        std::string where;
-        Status s = resolve_lock_path(b, path, &where);
-        return s.ok() ? b.store->lock(where, LockMode::WRITE, b.holder) : s;
+        return take_lock(b, path, LockMode::WRITE);
     });
 }
 

@@ -1,7 +1,7 @@
 // tarvoctl: administration of a data directory.
 //   tarvoctl [-d datadir] setting <name> [<value>]   read or change a setting
 //   tarvoctl [-d datadir] check                      integrity of every plane
-//   tarvoctl [-d datadir] info                       files, counts, settings
+//   tarvoctl [-d datadir] info                       files, counts, settings, locks
 // Exit status 0 on success, 1 when a check finds problems or a request
 // fails, 2 for a usage error.
 #include <sys/stat.h>
@@ -115,13 +115,21 @@ int info(const std::string &dir)
         struct stat st {};
         ::stat(file.c_str(), &st);
         std::printf("plane %s: %s, %lld bytes, %llu items, %llu directories, %llu events "
-                    "(sequence %llu..%llu)\n",
+                    "(sequence %llu..%llu), %llu locks\n",
                     plane_name(plane), file.c_str(), static_cast<long long>(st.st_size),
                     static_cast<unsigned long long>(stats.items),
                     static_cast<unsigned long long>(stats.dirs),
                     static_cast<unsigned long long>(stats.events),
                     static_cast<unsigned long long>(stats.first_event),
-                    static_cast<unsigned long long>(stats.last_event));
+                    static_cast<unsigned long long>(stats.last_event),
+                    static_cast<unsigned long long>(stats.locks));
+        // Who holds what, for an engineer wondering why a write is refused.
+        std::vector<Lock> held;
+        if (stats.locks && store->locks(&held).ok())
+            for (const Lock &lock : held)
+                std::printf("  %s-lock on %s by %s\n",
+                            lock.mode == LockMode::WRITE ? "write" : "read", lock.path.c_str(),
+                            lock.holder.name().c_str());
     }
     return result;
 }

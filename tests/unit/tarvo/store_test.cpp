@@ -238,16 +238,17 @@ TEST(Tarvoctl, SettingsCheckAndInfo)
     EXPECT_EQ(1, status);
     run(ctl + "frobnicate 2>/dev/null", &status);
     EXPECT_EQ(2, status);
-    {
-        Bound b;
-        ASSERT_EQ(0, b.create_u32("/a/b", 1));
-    }
+    Bound b;
+    ASSERT_EQ(0, b.create_u32("/a/b", 1));
+    ASSERT_EQ(0, tarvo_item_wrlock(b.h, "/a"));
     EXPECT_EQ("shared: ok\nlocal: not created yet\nadmin: not created yet\n",
               run(ctl + "check", &status));
     EXPECT_EQ(0, status);
     std::string info = run(ctl + "info", &status);
     EXPECT_NE(std::string::npos, info.find("setting batch_entries 3\n")) << info;
     EXPECT_NE(std::string::npos, info.find("1 items, 1 directories, 1 events")) << info;
+    EXPECT_NE(std::string::npos, info.find("\n  write-lock on /a by " + b.h->holder.name() + "\n"))
+        << info;
     // A directory with nothing below it is damage that check reports.
     sql(dir.path() + "/shared.db", "INSERT INTO nodes VALUES('/lonely',-3,NULL)");
     std::string report = run(ctl + "check", &status);
