@@ -1,6 +1,9 @@
 #include "holder.h"
 
+#include <signal.h>
 #include <unistd.h>
+
+#include <cerrno>
 
 #include <cstdio>
 #include <fstream>
@@ -72,6 +75,9 @@ bool holder_alive(const Holder &holder)
         return false;
     char state = 0;
     int64_t start = -1;
+    // Without /proc (start unknown) only the pid can be asked about.
+    if (holder.start == 0)
+        return kill(static_cast<pid_t>(holder.pid), 0) == 0 || errno == EPERM;
     if (!process_stat(holder.pid, &state, &start))
         return false;
     return start == holder.start && state != 'Z' && state != 'X';

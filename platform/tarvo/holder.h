@@ -14,7 +14,9 @@ namespace tarvo {
 Holder new_holder();
 
 // False when the holder's process has ended (or is a zombie), its pid now
-// belongs to another process, or the machine has been restarted since.
+// belongs to another process, or the machine has been restarted since. A
+// holder made where /proc could not be read (start time 0) is alive while
+// its pid is.
 bool holder_alive(const Holder &holder);
 
 }  // namespace tarvo

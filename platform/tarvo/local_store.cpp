@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstring>
+#include <deque>
 #include <unordered_set>
 
 #include "holder.h"
@@ -23,6 +24,10 @@ struct LocalStore::Context {
     std::vector<ErrorEntry> errors;   // for the error list, when recorded
     // Directories this batch has seen to exist; forgotten at any delete.
     std::unordered_set<std::string> known_dirs;
+    // The batch's events, written at its end: only the last event_window()
+    // of them, the ones the log keeps.
+    std::deque<Event> events;
+    uint64_t events_dropped = 0;
 };
 
 namespace {
@@ -231,7 +236,8 @@ Status LocalStore::apply(const Batch &batch, ApplyResult *result)
     s = run_batch(batch, ctx);
     bool undone = !s.ok() || (batch.undo_on_failure && !result->failures.empty());
     if (!undone) {
-        if (batch.record_errors)
+        s = write_events(ctx);
+        if (s.ok() && batch.record_errors)
             s = write_errors(Table::ERRORS, true, ctx.errors);
         if (s.ok() && ctx.rules_written) {
             std::string gen;
@@ -446,7 +452,32 @@ Status LocalStore::event(uint32_t kind, const Node &node, const std::string *old
         e.has_new = true;
         e.new_value = *new_value;
     }
-    return append_event(e);
+    ctx.events.push_back(std::move(e));
+    if (ctx.events.size() > event_window()) {
+        ctx.events.pop_front();
+        ++ctx.events_dropped;
+    }
+    return ok_status();
+}
+
+// A batch of more changes than the log keeps writes only the events the log
+// keeps, under the sequence numbers they would have had.
+Status LocalStore::write_events(Context &ctx)
+{
+    uint64_t seq = 0;
+    if (ctx.events_dropped) {
+        Status s = last_event_seq(&seq);
+        if (!s.ok())
+            return s;
+        seq += ctx.events_dropped;
+    }
+    for (Event &e : ctx.events) {
+        e.seq = ctx.events_dropped ? ++seq : 0;
+        Status s = append_event(e);
+        if (!s.ok())
+            return s;
+    }
+    return ok_status();
 }
 
 // Writes an item over `before`.

@@ -49,8 +49,12 @@ protected:
     // *found holds it. The default looks first.
     virtual Status insert_node(const Node &node, bool *existed, Node *found);
     virtual Status erase_node(std::string_view path) = 0;
-    virtual Status append_event(const Event &event) = 0;  // seq assigned
+    // Appends an event with its seq, or (seq 0) the next one.
+    virtual Status append_event(const Event &event) = 0;
     virtual Status trim_events() = 0;  // keep about the configured window
+    virtual Status last_event_seq(uint64_t *seq) = 0;
+    // Events kept per plane; a batch writes no more than these.
+    virtual uint64_t event_window() const { return UINT64_MAX; }
     virtual Status get_record(Table table, std::string_view key, std::string *value) = 0;
     virtual Status put_record(Table table, std::string_view key, std::string_view value) = 0;
     virtual Status erase_record(Table table, std::string_view key) = 0;
@@ -86,6 +90,7 @@ private:
     Status notify(const Op &op, Context &ctx);
     Status event(uint32_t kind, const Node &node, const std::string *old_value,
                  const std::string *new_value, Context &ctx);
+    Status write_events(Context &ctx);
     void note_failure(Context &ctx, const std::string &path, const Status &status,
                       const Op &op, const Node *item);
     Status write_errors(Table table, bool replace, const std::vector<ErrorEntry> &entries);

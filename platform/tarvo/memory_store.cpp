@@ -42,6 +42,12 @@ protected:
     Status erase_node(std::string_view path) override;
     Status append_event(const Event &event) override;
     Status trim_events() override { return ok_status(); }  // done at commit
+    Status last_event_seq(uint64_t *seq) override
+    {
+        *seq = next_seq_ - 1;
+        return ok_status();
+    }
+    uint64_t event_window() const override { return options_.event_window; }
     Status get_record(Table table, std::string_view key, std::string *value) override;
     Status put_record(Table table, std::string_view key, std::string_view value) override;
     Status erase_record(Table table, std::string_view key) override;
@@ -306,6 +312,8 @@ Status MemoryStore::append_event(const Event &event)
     Status s = fault();
     if (!s.ok())
         return s;
+    if (event.seq)
+        next_seq_ = event.seq;
     events_.push_back(event);
     events_.back().seq = next_seq_++;
     return ok_status();

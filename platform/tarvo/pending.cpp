@@ -406,13 +406,55 @@ bool BulkLog::may_fold(const Op &op, uint32_t last) const
     return true;
 }
 
+size_t BulkLog::LastOps::slot(uint64_t key) const
+{
+    const size_t mask = keys_.size() - 1;
+    size_t i = key & mask;
+    while (keys_[i] && keys_[i] != key)
+        i = (i + 1) & mask;
+    return i;
+}
+
+uint32_t BulkLog::LastOps::find(uint64_t hash) const
+{
+    const uint64_t key = hash | 1;  // 0 marks a free slot
+    if (keys_.empty())
+        return NONE;
+    size_t i = slot(key);
+    return keys_[i] ? values_[i] : NONE;
+}
+
+void BulkLog::LastOps::set(uint64_t hash, uint32_t index)
+{
+    if (2 * (used_ + 1) > keys_.size()) {
+        LastOps bigger;
+        bigger.keys_.assign(keys_.empty() ? 1024 : 2 * keys_.size(), 0);
+        bigger.values_.assign(bigger.keys_.size(), NONE);
+        for (size_t i = 0; i < keys_.size(); ++i)
+            if (keys_[i]) {
+                size_t j = bigger.slot(keys_[i]);
+                bigger.keys_[j] = keys_[i];
+                bigger.values_[j] = values_[i];
+                ++bigger.used_;
+            }
+        *this = std::move(bigger);
+    }
+    const uint64_t key = hash | 1;
+    size_t i = slot(key);
+    if (!keys_[i]) {
+        keys_[i] = key;
+        ++used_;
+    }
+    values_[i] = index;
+}
+
 uint32_t BulkLog::last_on(const std::string &path, uint64_t *hash) const
 {
     *hash = std::hash<std::string>()(path);
-    auto it = last_.find(*hash);
-    if (it == last_.end() || ops_[it->second].path != path)
+    uint32_t last = last_.find(*hash);
+    if (last == NONE || ops_[last].path != path)
         return NONE;
-    return it->second;
+    return last;
 }
 
 void BulkLog::add(Op op)
@@ -435,10 +477,7 @@ void BulkLog::add(Op op)
         if (folded == Fold::CANCELLED) {
             live_[last] = false;
             ++dead_;
-            if (previous_[last] == NONE)
-                last_.erase(hash);
-            else
-                last_[hash] = previous_[last];
+            last_.set(hash, previous_[last]);
             return;
         }
     }
@@ -447,7 +486,7 @@ void BulkLog::add(Op op)
     ops_.push_back(std::move(op));
     previous_.push_back(last);
     live_.push_back(true);
-    last_[hash] = at;
+    last_.set(hash, at);
 }
 
 uint32_t BulkLog::remove(const std::string &path, uint32_t kind)

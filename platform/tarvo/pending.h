@@ -49,6 +49,11 @@ protected:
     Status erase_node(std::string_view path) override;
     Status append_event(const Event &event) override;
     Status trim_events() override { return ok_status(); }
+    Status last_event_seq(uint64_t *seq) override
+    {
+        *seq = events_.size();
+        return ok_status();
+    }
     // Locks come from the base store; no other record is kept here.
     Status get_record(Table table, std::string_view key, std::string *value) override;
     Status put_record(Table, std::string_view, std::string_view) override { return ok_status(); }
@@ -103,8 +108,21 @@ private:
     std::vector<bool> live_;
     uint32_t dead_ = 0;
     // The last live operation on each item, by a hash of its path (checked
-    // against the path: a collision only keeps two operations apart).
-    std::unordered_map<uint64_t, uint32_t> last_;
+    // against the path: a collision only keeps two operations apart), in an
+    // open-addressing table: no allocation per operation.
+    class LastOps {
+    public:
+        uint32_t find(uint64_t hash) const;  // NONE when absent
+        void set(uint64_t hash, uint32_t index);
+        void clear() { *this = LastOps(); }
+
+    private:
+        size_t slot(uint64_t key) const;
+        std::vector<uint64_t> keys_;  // 0: free
+        std::vector<uint32_t> values_;
+        size_t used_ = 0;
+    };
+    LastOps last_;
     std::unordered_map<std::string, uint32_t> subtree_delete_;  // "/a/" -> last delete of /a
     uint32_t tree_op_ = 0;    // operations before the last tree operation stay as they are
     bool any_tree_op_ = false;

@@ -176,6 +176,8 @@ protected:
     Status erase_node(std::string_view path) override;
     Status append_event(const Event &event) override;
     Status trim_events() override;
+    Status last_event_seq(uint64_t *seq) override;
+    uint64_t event_window() const override { return options_.event_window; }
     Status get_record(Table table, std::string_view key, std::string *value) override;
     Status put_record(Table table, std::string_view key, std::string_view value) override;
     Status erase_record(Table table, std::string_view key) override;
@@ -589,11 +591,15 @@ Status SqliteStore::append_event(const Event &e)
     Status s = injected_fault();
     sqlite3_stmt *raw = nullptr;
     if (s.ok())
-        s = prepare("INSERT INTO events(kind, path, datatype, old_value, new_value, time_ns) "
-                    "VALUES(?1, ?2, ?3, ?4, ?5, ?6)", &raw);
+        s = prepare("INSERT INTO events(kind, path, datatype, old_value, new_value, time_ns, seq) "
+                    "VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7)", &raw);
     if (!s.ok())
         return s;
     Statement st(raw);
+    if (e.seq) {
+        st.integer(7, static_cast<int64_t>(e.seq));
+        trim_due_ = true;  // sequence numbers were skipped: a step may be among them
+    }
     st.integer(1, e.kind);
     st.text_in_place(2, e.path);
     st.integer(3, e.datatype);
@@ -637,6 +643,20 @@ Status SqliteStore::trim_events()
     Statement st(raw);
     st.integer(1, last - window);
     return step_done(st, "trim events");
+}
+
+Status SqliteStore::last_event_seq(uint64_t *seq)
+{
+    sqlite3_stmt *raw = nullptr;
+    Status s = prepare("SELECT ifnull(max(seq), 0) FROM events", &raw);
+    if (!s.ok())
+        return s;
+    Statement st(raw);
+    int rc = st.step();
+    if (rc != SQLITE_ROW)
+        return error_of(rc, "events");
+    *seq = static_cast<uint64_t>(st.int_column(0));
+    return ok_status();
 }
 
 Status SqliteStore::commit_write()

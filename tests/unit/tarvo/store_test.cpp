@@ -119,6 +119,22 @@ TEST(Store, Settings)
         ASSERT_TRUE(b.h->store->stats(&stats).ok());
         EXPECT_EQ(5u, stats.events);
         EXPECT_EQ(20u, stats.last_event);
+        // One batch of more changes: only the last five are written, under
+        // the numbers they would have had.
+        ASSERT_EQ(0, tarvo_bulk_start(b.h, 0));
+        for (int i = 0; i < 20; ++i)
+            ASSERT_EQ(0, b.create_u32(("/bulk/" + std::to_string(i)).c_str(), i));
+        ASSERT_EQ(0, tarvo_bulk_end(b.h));
+        std::vector<tarvo::Event> events;
+        ASSERT_TRUE(b.h->store->events_after(0, 100, &events).ok());
+        ASSERT_EQ(5u, events.size());
+        EXPECT_EQ(36u, events.front().seq);
+        EXPECT_EQ("/bulk/15", events.front().path);
+        EXPECT_EQ(40u, events.back().seq);
+        ASSERT_EQ(0, b.create_u32("/w/after", 1));
+        ASSERT_TRUE(b.h->store->stats(&stats).ok());
+        EXPECT_EQ(41u, stats.last_event);
+        EXPECT_EQ(5u, stats.events);
     }
     std::ofstream(dir.path() + "/settings") << "batch_entries three\n";
     EXPECT_EQ(TARVO_ERR_STORE_CORRUPT, bind_code());
