@@ -208,6 +208,34 @@ int tarvocon_copy(char **tokens, uint32_t count);
 int tarvocon_check_match(char *name, tarvo_item_datatype_td datatype,
                          char *match_data, void *real_data, FILE *stream);
 
+/* ---- Transactions (tarvocon_commands_clone/transactions.cpp) ---- */
+int tarvocon_starttrans(char **tokens, uint32_t count,
+                        tarvocon_state_td *state);
+int tarvocon_committrans(char **tokens, uint32_t count,
+                         tarvocon_state_td *state);
+int tarvocon_aborttrans(char **tokens, uint32_t count,
+                        tarvocon_state_td *state);
+
+/* ---- Bulk operations (tarvocon_commands_clone/bulk.cpp) ---- */
+int tarvocon_startbulk(char **tokens, uint32_t count, tarvocon_state_td *state);
+int tarvocon_endbulk(char **tokens, uint32_t count, tarvocon_state_td *state);
+int tarvocon_abortbulk(char **tokens, uint32_t count, tarvocon_state_td *state);
+int tarvocon_remove_bulk_op(char **tokens, uint32_t count);
+int tarvocon_bulk_num_ops(char **tokens, uint32_t count);
+
+/* ---- Locks (tarvocon_commands_clone/locks.cpp) ---- */
+int tarvocon_rdlock(char **tokens, uint32_t count);
+int tarvocon_wrlock(char **tokens, uint32_t count);
+int tarvocon_unlock(char **tokens, uint32_t count);
+
+/* ---- Server controls (tarvocon_commands_clone/server_controls.cpp) ---- */
+int tarvocon_settimeout(char **tokens, uint32_t count);
+int tarvocon_vrfnsusp(char **tokens, uint32_t count);
+int tarvocon_vrfnres(char **tokens, uint32_t count);
+int tarvocon_edm_not(char **tokens, uint32_t count);
+int tarvocon_ping(char **tokens, uint32_t count);
+int tarvocon_cfgmgr_issu_end(char **tokens, uint32_t count);
+
 /* ---- Listing (tarvocon_commands_clone/list.cpp) ---- */
 int tarvocon_list_datalist(char **tokens, uint32_t count, int datalist);
 int tarvocon_list_display(tarvo_list_h_td list, uint32_t count);

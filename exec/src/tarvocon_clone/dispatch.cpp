@@ -45,28 +45,28 @@
     X("filesave", PLAIN, tarvocon_not_available, 0)                           \
     X("do", PLAIN, tarvocon_do, 0)                                            \
     X("config", PLAIN, tarvocon_config, 0)                                    \
-    X("settimeout", PLAIN, tarvocon_not_available, 0)                         \
+    X("settimeout", PLAIN, tarvocon_settimeout, 0)                            \
     X("getitems", PLAIN, tarvocon_get_items, 0)                               \
-    X("cfgmgr_issu_end", PLAIN, tarvocon_not_available, 0)                    \
-    X("ping", PLAIN, tarvocon_not_available, 0)                               \
+    X("cfgmgr_issu_end", PLAIN, tarvocon_cfgmgr_issu_end, 0)                  \
+    X("ping", PLAIN, tarvocon_ping, 0)                                        \
     X("set", PLAIN, tarvocon_set, 0)                                          \
     X("create", PLAIN, tarvocon_create, 0)                                    \
     X("delete", PLAIN, tarvocon_delete, 0)                                    \
     X("delete_cond", PLAIN, tarvocon_conditional_delete, 0)                   \
-    X("rdlock", PLAIN, tarvocon_not_available, 0)                             \
-    X("wrlock", PLAIN, tarvocon_not_available, 0)                             \
-    X("unlock", PLAIN, tarvocon_not_available, 0)                             \
-    X("starttrans", PLAIN, tarvocon_not_available, 0)                         \
-    X("committrans", PLAIN, tarvocon_not_available, 0)                        \
-    X("aborttrans", PLAIN, tarvocon_not_available, 0)                         \
-    X("suspendvrfn", SUSPEND, tarvocon_not_available, 0)                      \
-    X("resumevrfn", RESUME, tarvocon_not_available, 0)                        \
-    X("edmnotify", PLAIN, tarvocon_not_available, 0)                          \
-    X("startbulk", PLAIN, tarvocon_not_available, 0)                          \
-    X("endbulk", PLAIN, tarvocon_not_available, 0)                            \
-    X("abortbulk", PLAIN, tarvocon_not_available, 0)                          \
-    X("remove_bulk_op", PLAIN, tarvocon_not_available, 0)                     \
-    X("bulk_num_ops", PLAIN, tarvocon_not_available, 0)                       \
+    X("rdlock", PLAIN, tarvocon_rdlock, 0)                                    \
+    X("wrlock", PLAIN, tarvocon_wrlock, 0)                                    \
+    X("unlock", PLAIN, tarvocon_unlock, 0)                                    \
+    X("starttrans", STATE, tarvocon_starttrans, 0)                            \
+    X("committrans", STATE, tarvocon_committrans, 0)                          \
+    X("aborttrans", STATE, tarvocon_aborttrans, 0)                            \
+    X("suspendvrfn", SUSPEND, tarvocon_vrfnsusp, 0)                           \
+    X("resumevrfn", RESUME, tarvocon_vrfnres, 0)                              \
+    X("edmnotify", PLAIN, tarvocon_edm_not, 0)                                \
+    X("startbulk", STATE, tarvocon_startbulk, 0)                              \
+    X("endbulk", STATE, tarvocon_endbulk, 0)                                  \
+    X("abortbulk", STATE, tarvocon_abortbulk, 0)                              \
+    X("remove_bulk_op", PLAIN, tarvocon_remove_bulk_op, 0)                    \
+    X("bulk_num_ops", PLAIN, tarvocon_bulk_num_ops, 0)                        \
     X("copy", PLAIN, tarvocon_copy, 0)                                        \
     X("filerestore", PLAIN, tarvocon_not_available, 0)                        \
     X("cfgmgr_delete", PLAIN, tarvocon_not_available, 0)                      \

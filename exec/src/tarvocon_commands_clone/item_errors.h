@@ -1,7 +1,8 @@
 /*
  * Error text of a failed data-changing request (create, set, delete,
- * delete_cond, verify, copy): the client's prepared text when it has one,
- * else the code's text. Used by the item commands only.
+ * delete_cond, verify, copy, and the ends of transactions and bulks:
+ * committrans, endbulk): the client's prepared text when it has one, else
+ * the code's text.
  */
 #ifndef TARVOCON_ITEM_ERRORS_H
 #define TARVOCON_ITEM_ERRORS_H
