@@ -13,26 +13,32 @@
 
 #include "tarvocon.h"
 #include "tarvocon_commands_clone/item_errors.h"
-#include "tarvocon_commands_clone/option_words.h"
+#include "tarvocon_commands_clone/options.h"
 
-static const tarvocon_option_word_td TARVOCON_STARTBULK_OPTIONS[] = {
-    {"-atomic", TARVO_BULK_OPTION_ATOMIC},
-    {"-apply_levels", 0},
-    {"-initial_load", TARVO_BULK_OPTION_INITIAL_LOAD},
-    {"-update", TARVO_BULK_OPTION_UPDATE},
-    {"-issu", TARVO_BULK_OPTION_ISSU},
-    {"-int_rollback", TARVO_BULK_OPTION_INT_ROLLBACK},
+static const tarvocon_option_td TARVOCON_STARTBULK_OPTION_WORDS[] = {
+    {"-atomic", TARVO_BULK_OPTION_ATOMIC, 0},
+    {"-apply_levels", 0, 0},
+    {"-initial_load", TARVO_BULK_OPTION_INITIAL_LOAD, 0},
+    {"-update", TARVO_BULK_OPTION_UPDATE, 0},
+    {"-issu", TARVO_BULK_OPTION_ISSU, 0},
+    {"-int_rollback", TARVO_BULK_OPTION_INT_ROLLBACK, 0},
 };
+const tarvocon_option_table_td tarvocon_startbulk_options =
+    tarvocon_option_table(TARVOCON_STARTBULK_OPTION_WORDS);
 
-static const tarvocon_option_word_td TARVOCON_ENDBULK_OPTIONS[] = {
-    {"-commit_replace", TARVO_BULK_OPTION_COMMIT_REPLACE},
+static const tarvocon_option_td TARVOCON_ENDBULK_OPTION_WORDS[] = {
+    {"-commit_replace", TARVO_BULK_OPTION_COMMIT_REPLACE, 0},
 };
+const tarvocon_option_table_td tarvocon_endbulk_options =
+    tarvocon_option_table(TARVOCON_ENDBULK_OPTION_WORDS);
 
 /* The value is the kind of operations removed, not a bit. */
-static const tarvocon_option_word_td TARVOCON_REMOVE_BULK_OP_OPTIONS[] = {
-    {"-creates", TARVO_BULK_REMOVE_CREATES},
-    {"-deletes", TARVO_BULK_REMOVE_DELETES},
+static const tarvocon_option_td TARVOCON_REMOVE_BULK_OP_OPTION_WORDS[] = {
+    {"-creates", TARVO_BULK_REMOVE_CREATES, 0},
+    {"-deletes", TARVO_BULK_REMOVE_DELETES, 0},
 };
+const tarvocon_option_table_td tarvocon_remove_bulk_op_options =
+    tarvocon_option_table(TARVOCON_REMOVE_BULK_OP_OPTION_WORDS);
 
 static const uint32_t TARVOCON_STARTBULK_MAX_TOKENS = 5;
 
@@ -64,13 +70,13 @@ int tarvocon_startbulk(char **tokens, uint32_t count, tarvocon_state_td *state)
         return tarvocon_bulk_excess();
     uint32_t options = 0;
     for (uint32_t i = 1; i < count; i++) {
-        const tarvocon_option_word_td *option =
-            tarvocon_find_option_word(TARVOCON_STARTBULK_OPTIONS, tokens[i]);
+        const tarvocon_option_td *option = tarvocon_find_option(
+            &tarvocon_startbulk_options, tokens[i]);
         if (option == nullptr)
             return tarvocon_bulk_badformat();
-        if (option->bit == TARVO_BULK_OPTION_ISSU)
+        if (option->bits == TARVO_BULK_OPTION_ISSU)
             tarvocon_print_issu_lines();
-        options |= option->bit;
+        options |= option->bits;
     }
     int32_t code = tarvo_bulk_start(tarvocon_bind_handle, options);
     if (code != 0) {
@@ -108,11 +114,11 @@ int tarvocon_endbulk(char **tokens, uint32_t count, tarvocon_state_td *state)
         return tarvocon_bulk_excess();
     uint32_t options = 0;
     if (count == 2) {
-        const tarvocon_option_word_td *option =
-            tarvocon_find_option_word(TARVOCON_ENDBULK_OPTIONS, tokens[1]);
+        const tarvocon_option_td *option = tarvocon_find_option(
+            &tarvocon_endbulk_options, tokens[1]);
         if (option == nullptr)
             return tarvocon_bulk_badformat();
-        options = option->bit;
+        options = option->bits;
     }
     if (options != 0) {
         /* A bulk that cannot take the option is not ended: it stays open
@@ -163,11 +169,11 @@ int tarvocon_remove_bulk_op(char **tokens, uint32_t count)
     strncpy(name, tokens[1], sizeof(name) - 1);
     uint32_t kind = TARVO_BULK_REMOVE_ALL;
     if (count == 3) {
-        const tarvocon_option_word_td *option = tarvocon_find_option_word(
-            TARVOCON_REMOVE_BULK_OP_OPTIONS, tokens[2]);
+        const tarvocon_option_td *option = tarvocon_find_option(
+            &tarvocon_remove_bulk_op_options, tokens[2]);
         if (option == nullptr)
             return tarvocon_bulk_badformat();
-        kind = option->bit;
+        kind = option->bits;
     }
     int32_t code = tarvo_bulk_remove_op2(tarvocon_bind_handle, name, kind);
     if (code != 0) {

@@ -43,7 +43,8 @@ const tarvocon_option_td *
 tarvocon_find_option_exact(const tarvocon_option_table_td *table,
                            const char *word);
 
-/* Every registered command with its table; *count receives their number. */
+/* Every registered command with its table; *count receives their number.
+ * A command whose words are split over several tables has one row each. */
 const tarvocon_command_options_td *tarvocon_option_tables(uint32_t *count);
 
 template <size_t N>
@@ -62,5 +63,15 @@ extern const tarvocon_option_table_td tarvocon_delete_options;
 extern const tarvocon_option_table_td tarvocon_copy_options;
 extern const tarvocon_option_table_td tarvocon_list_options;
 extern const tarvocon_option_table_td tarvocon_cd_options;
+extern const tarvocon_option_table_td tarvocon_starttrans_options;
+extern const tarvocon_option_table_td tarvocon_startbulk_options;
+extern const tarvocon_option_table_td tarvocon_endbulk_options;
+extern const tarvocon_option_table_td tarvocon_remove_bulk_op_options;
+/* ping's words come in five tables, one per part of its target. */
+extern const tarvocon_option_table_td tarvocon_ping_group_options;
+extern const tarvocon_option_table_td tarvocon_ping_plane_options;
+extern const tarvocon_option_table_td tarvocon_ping_role_options;
+extern const tarvocon_option_table_td tarvocon_ping_version_options;
+extern const tarvocon_option_table_td tarvocon_ping_id_options;
 
 #endif

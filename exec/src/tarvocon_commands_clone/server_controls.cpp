@@ -16,7 +16,7 @@
 #include <iterator>
 
 #include "tarvocon.h"
-#include "tarvocon_commands_clone/option_words.h"
+#include "tarvocon_commands_clone/options.h"
 
 static int tarvocon_control_excess(void)
 {
@@ -242,30 +242,42 @@ static const uint32_t PING_TABLE[4][3] = {
 
 /* The words of each part of the target; the value is the part's number
  * (the role words' values are role bits, but a later word replaces an
- * earlier one all the same). */
-static const tarvocon_option_word_td TARVOCON_PING_GROUPS[] = {
-    {"-memberset", TARVO_PING_GROUP_MEMBERSET},
-    {"-physical", TARVO_PING_GROUP_PHYSICAL},
-    {"-complement", TARVO_PING_GROUP_COMPLEMENT},
-    {"-other", TARVO_PING_GROUP_OTHER},
+ * earlier one all the same). "-id" takes the token after it as the target
+ * id. All five tables are ping's option words. */
+static const tarvocon_option_td TARVOCON_PING_GROUP_WORDS[] = {
+    {"-memberset", TARVO_PING_GROUP_MEMBERSET, 0},
+    {"-physical", TARVO_PING_GROUP_PHYSICAL, 0},
+    {"-complement", TARVO_PING_GROUP_COMPLEMENT, 0},
+    {"-other", TARVO_PING_GROUP_OTHER, 0},
 };
-static const tarvocon_option_word_td TARVOCON_PING_PLANES[] = {
-    {"-admin", TARVO_PING_PLANE_ADMIN},
-    {"-shared", TARVO_PING_PLANE_SHARED},
-    {"-local", TARVO_PING_PLANE_LOCAL},
+static const tarvocon_option_td TARVOCON_PING_PLANE_WORDS[] = {
+    {"-admin", TARVO_PING_PLANE_ADMIN, 0},
+    {"-shared", TARVO_PING_PLANE_SHARED, 0},
+    {"-local", TARVO_PING_PLANE_LOCAL, 0},
 };
-static const tarvocon_option_word_td TARVOCON_PING_ROLES[] = {
-    {"-active", TARVO_PING_ROLE_ACTIVE},
-    {"-standby", TARVO_PING_ROLE_STANDBY},
-    {"-all", TARVO_PING_ROLE_ALL},
-    {"-unknown", TARVO_PING_ROLE_UNKNOWN},
+static const tarvocon_option_td TARVOCON_PING_ROLE_WORDS[] = {
+    {"-active", TARVO_PING_ROLE_ACTIVE, 0},
+    {"-standby", TARVO_PING_ROLE_STANDBY, 0},
+    {"-all", TARVO_PING_ROLE_ALL, 0},
+    {"-unknown", TARVO_PING_ROLE_UNKNOWN, 0},
 };
-static const tarvocon_option_word_td TARVOCON_PING_VERSIONS[] = {
-    {"-versioned", 1},
-    {"-unversioned", 0},
+static const tarvocon_option_td TARVOCON_PING_VERSION_WORDS[] = {
+    {"-versioned", 1, 0},
+    {"-unversioned", 0, 0},
 };
-/* Takes the token after it as the target id. */
-static const char TARVOCON_PING_ID_WORD[] = "-id";
+static const tarvocon_option_td TARVOCON_PING_ID_WORDS[] = {
+    {"-id", 0, 1},
+};
+const tarvocon_option_table_td tarvocon_ping_group_options =
+    tarvocon_option_table(TARVOCON_PING_GROUP_WORDS);
+const tarvocon_option_table_td tarvocon_ping_plane_options =
+    tarvocon_option_table(TARVOCON_PING_PLANE_WORDS);
+const tarvocon_option_table_td tarvocon_ping_role_options =
+    tarvocon_option_table(TARVOCON_PING_ROLE_WORDS);
+const tarvocon_option_table_td tarvocon_ping_version_options =
+    tarvocon_option_table(TARVOCON_PING_VERSION_WORDS);
+const tarvocon_option_table_td tarvocon_ping_id_options =
+    tarvocon_option_table(TARVOCON_PING_ID_WORDS);
 
 struct tarvocon_ping_target_td {
     uint32_t group;
@@ -282,21 +294,19 @@ static int tarvocon_ping_word(const char *word,
                               tarvocon_ping_target_td *target)
 {
     const struct {
-        const tarvocon_option_word_td *table;
-        size_t size;
+        const tarvocon_option_table_td *table;
         uint32_t *part;
     } parts[] = {
-        {TARVOCON_PING_GROUPS, std::size(TARVOCON_PING_GROUPS), &target->group},
-        {TARVOCON_PING_PLANES, std::size(TARVOCON_PING_PLANES), &target->plane},
-        {TARVOCON_PING_ROLES, std::size(TARVOCON_PING_ROLES), &target->roles},
-        {TARVOCON_PING_VERSIONS, std::size(TARVOCON_PING_VERSIONS),
-         &target->versioned},
+        {&tarvocon_ping_group_options, &target->group},
+        {&tarvocon_ping_plane_options, &target->plane},
+        {&tarvocon_ping_role_options, &target->roles},
+        {&tarvocon_ping_version_options, &target->versioned},
     };
     for (const auto &part : parts) {
-        const tarvocon_option_word_td *option =
-            tarvocon_find_option_in(part.table, part.size, word);
+        const tarvocon_option_td *option =
+            tarvocon_find_option(part.table, word);
         if (option != nullptr) {
-            *part.part = option->bit;
+            *part.part = option->bits;
             return 1;
         }
     }
@@ -309,7 +319,8 @@ static int tarvocon_ping_walk(char **tokens, uint32_t count,
                               tarvocon_ping_target_td *target)
 {
     for (uint32_t i = 1; i < count; i++) {
-        if (strcasecmp(tokens[i], TARVOCON_PING_ID_WORD) == 0) {
+        if (tarvocon_find_option(&tarvocon_ping_id_options, tokens[i]) !=
+            nullptr) {
             if (i + 1 >= count) {
                 vel_printmsg(tarvocon_msg_sc_badformat(),
                              VEL_SEVERITY_WARNING);

@@ -14,17 +14,19 @@
 
 #include "tarvocon.h"
 #include "tarvocon_commands_clone/item_errors.h"
-#include "tarvocon_commands_clone/option_words.h"
+#include "tarvocon_commands_clone/options.h"
 
 /* "-b" is the console's own: it asks for recording and never reaches the
  * client, so it takes a bit the client's transaction options do not use. */
 static const uint32_t TARVOCON_TRANS_BUFFERED = 0x80000000u;
 
-static const tarvocon_option_word_td TARVOCON_STARTTRANS_OPTIONS[] = {
-    {"-b", TARVOCON_TRANS_BUFFERED},
-    {"-apply_levels", 0},
-    {"-initial_load", TARVO_TRANSACTION_OPTION_INITIAL_LOAD},
+static const tarvocon_option_td TARVOCON_STARTTRANS_OPTION_WORDS[] = {
+    {"-b", TARVOCON_TRANS_BUFFERED, 0},
+    {"-apply_levels", 0, 0},
+    {"-initial_load", TARVO_TRANSACTION_OPTION_INITIAL_LOAD, 0},
 };
+const tarvocon_option_table_td tarvocon_starttrans_options =
+    tarvocon_option_table(TARVOCON_STARTTRANS_OPTION_WORDS);
 
 static const uint32_t TARVOCON_STARTTRANS_MAX_TOKENS = 5;
 
@@ -34,10 +36,10 @@ static int tarvocon_starttrans_words(char **tokens, uint32_t count,
                                      uint32_t *words)
 {
     for (uint32_t i = 1; i < count; i++) {
-        const tarvocon_option_word_td *option =
-            tarvocon_find_option_word(TARVOCON_STARTTRANS_OPTIONS, tokens[i]);
+        const tarvocon_option_td *option =
+            tarvocon_find_option(&tarvocon_starttrans_options, tokens[i]);
         if (option != nullptr) {
-            *words |= option->bit;
+            *words |= option->bits;
             continue;
         }
         uint32_t seconds = 0;
