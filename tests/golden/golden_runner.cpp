@@ -138,37 +138,17 @@ std::vector<std::string> split_args(const std::string &text)
 
 // ---------------------------------------------------------------- diff
 
-struct Line {
-    std::string_view text; // without its newline
-    bool newline;
-    bool operator==(const Line &other) const
-    {
-        return text == other.text && newline == other.newline;
-    }
-};
-
-std::vector<Line> split_lines(const std::string &text)
-{
-    std::vector<Line> lines;
-    std::size_t start = 0;
-    while (start < text.size()) {
-        std::size_t end = text.find('\n', start);
-        if (end == std::string::npos) {
-            lines.push_back({std::string_view(text).substr(start), false});
-            break;
-        }
-        lines.push_back({std::string_view(text).substr(start, end - start), true});
-        start = end + 1;
-    }
-    return lines;
-}
-
-// A line made visible: tabs as ^I, other control bytes as ^X, bytes above
-// 127 as M-x, and "$" where the line ends with a newline.
-std::string visible(const Line &line)
+// The text made visible line by line for a diff: tabs as ^I, other control
+// bytes as ^X, bytes above 127 as M-x, and "$" where a line ends with a
+// newline, so that a lost blank or tab shows.
+std::string visible(const std::string &text)
 {
     std::string out;
-    for (unsigned char c : line.text) {
+    for (unsigned char c : text) {
+        if (c == '\n') {
+            out += "$\n";
+            continue;
+        }
         if (c >= 128) {
             out += "M-";
             c -= 128;
@@ -180,120 +160,7 @@ std::string visible(const Line &line)
         else
             out += static_cast<char>(c);
     }
-    if (line.newline)
-        out += '$';
     return out;
-}
-
-struct Edit {
-    char kind; // ' ', '-' or '+'
-    const Line *line;
-};
-
-// The edits turning `a` into `b`: a longest common subsequence of the lines
-// between the common head and tail; when that middle is too large for the
-// table, all of it is shown as removed and added.
-std::vector<Edit> line_edits(const std::vector<Line> &a, const std::vector<Line> &b)
-{
-    std::size_t head = 0;
-    while (head < a.size() && head < b.size() && a[head] == b[head])
-        ++head;
-    std::size_t tail = 0;
-    while (tail < a.size() - head && tail < b.size() - head &&
-           a[a.size() - 1 - tail] == b[b.size() - 1 - tail])
-        ++tail;
-    const std::size_t n = a.size() - head - tail, m = b.size() - head - tail;
-    const std::size_t MAX_CELLS = 4'000'000;
-    std::vector<Edit> edits;
-    for (std::size_t i = 0; i < head; ++i)
-        edits.push_back({' ', &a[i]});
-    if ((n + 1) * (m + 1) <= MAX_CELLS) {
-        // common[i][j]: length of the longest common subsequence of the
-        // middles of a and b from line i and j on.
-        std::vector<unsigned> common((n + 1) * (m + 1), 0);
-        auto at = [&](std::size_t i, std::size_t j) -> unsigned & { return common[i * (m + 1) + j]; };
-        for (std::size_t i = n; i-- > 0;)
-            for (std::size_t j = m; j-- > 0;)
-                at(i, j) = a[head + i] == b[head + j] ? at(i + 1, j + 1) + 1
-                                                      : std::max(at(i + 1, j), at(i, j + 1));
-        std::size_t i = 0, j = 0;
-        while (i < n || j < m) {
-            if (i < n && j < m && a[head + i] == b[head + j])
-                edits.push_back({' ', &a[head + i++]}), ++j;
-            else if (j == m || (i < n && at(i + 1, j) >= at(i, j + 1)))
-                edits.push_back({'-', &a[head + i++]});
-            else
-                edits.push_back({'+', &b[head + j++]});
-        }
-    } else {
-        for (std::size_t i = 0; i < n; ++i)
-            edits.push_back({'-', &a[head + i]});
-        for (std::size_t j = 0; j < m; ++j)
-            edits.push_back({'+', &b[head + j]});
-    }
-    for (std::size_t i = a.size() - tail; i < a.size(); ++i)
-        edits.push_back({' ', &a[i]});
-    return edits;
-}
-
-std::string hunk_range(std::size_t before, std::size_t count)
-{
-    // Line numbers count from 1; an empty range names the line before it.
-    std::string range = std::to_string(count == 0 ? before : before + 1);
-    if (count != 1)
-        range += "," + std::to_string(count);
-    return range;
-}
-
-// A unified diff of two texts with three lines of context, lines made
-// visible, at most `max_lines` lines.
-std::string unified_diff(const std::string &expected, const std::string &actual,
-                         std::size_t max_lines)
-{
-    const std::vector<Line> a = split_lines(expected), b = split_lines(actual);
-    const std::vector<Edit> edits = line_edits(a, b);
-    const std::size_t CONTEXT = 3;
-    std::vector<std::string> out = {"--- expected", "+++ actual"};
-    std::size_t a_line = 0, b_line = 0; // lines of a and b before edits[k]
-    std::size_t k = 0;
-    while (k < edits.size()) {
-        if (edits[k].kind == ' ') {
-            ++a_line, ++b_line, ++k;
-            continue;
-        }
-        // A hunk: from CONTEXT lines before this change to CONTEXT lines
-        // after the last change that follows within 2 * CONTEXT lines.
-        std::size_t first = k - std::min(k, std::min(CONTEXT, a_line));
-        std::size_t last = k; // one past the last change
-        for (std::size_t j = k, same = 0; j < edits.size() && same <= 2 * CONTEXT; ++j) {
-            same = edits[j].kind == ' ' ? same + 1 : 0;
-            if (same == 0)
-                last = j + 1;
-        }
-        std::size_t end = std::min(edits.size(), last + CONTEXT);
-        std::size_t a_start = a_line - (k - first), b_start = b_line - (k - first);
-        std::size_t a_count = 0, b_count = 0;
-        for (std::size_t j = first; j < end; ++j) {
-            a_count += edits[j].kind != '+';
-            b_count += edits[j].kind != '-';
-        }
-        out.push_back("@@ -" + hunk_range(a_start, a_count) + " +" +
-                      hunk_range(b_start, b_count) + " @@");
-        for (std::size_t j = first; j < end; ++j) {
-            out.push_back(edits[j].kind + visible(*edits[j].line));
-            if (!edits[j].line->newline)
-                out.push_back("\\ No newline at end of file");
-        }
-        a_line = a_start + a_count;
-        b_line = b_start + b_count;
-        k = end;
-    }
-    std::string text;
-    for (std::size_t i = 0; i < out.size() && i < max_lines; ++i)
-        text += out[i] + "\n";
-    if (out.size() > max_lines)
-        text += "... " + std::to_string(out.size() - max_lines) + " more lines\n";
-    return text;
 }
 
 // ---------------------------------------------------------------- processes
@@ -602,7 +469,31 @@ void Case::compare_stream(const char *ext, const char *what, const std::string &
     if (expected == actual)
         return;
     fail(std::string("standard ") + what + " differs (" + base_ + ext + "):");
-    report_ += unified_diff(expected, actual, 200);
+    const std::string a = tmp_ + "/expected" + ext, b = tmp_ + "/visible" + ext,
+                      diff = tmp_ + "/diff" + ext;
+    std::string error;
+    if (!write_file(a, visible(expected)) || !write_file(b, visible(actual))) {
+        fail("cannot write the texts to compare into " + tmp_);
+        return;
+    }
+    Program program;
+    program.argv = {find_in_path("diff", "/usr/bin:/bin"), "-u", "--label", "expected",
+                    "--label", "actual", a, b};
+    program.cwd = tmp_;
+    program.out = diff;
+    run_to_end(program, o_.time_limit, &error);
+    std::string text;
+    read_file(diff, &text);
+    // At most 200 lines of it: a case that prints nothing at all must not
+    // bury the other reports.
+    std::size_t end = 0;
+    for (int lines = 0; lines < 200 && end < text.size(); ++lines) {
+        std::size_t newline = text.find('\n', end);
+        end = newline == std::string::npos ? text.size() : newline + 1;
+    }
+    if (end < text.size())
+        text = text.substr(0, end) + "... more lines in the difference\n";
+    report_ += error.empty() ? text : error + "\n";
 }
 
 void Case::compare(const Ending &ending)
