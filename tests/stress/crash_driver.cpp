@@ -1,15 +1,16 @@
 // The writer and the checker of the crash test (crash_commits.sh).
 //
-//   crash_driver write <seed>   commits rounds until it is killed
-//   crash_driver check <log>    checks the store of TARVO_DATA_DIR
+//   crash_driver commands <seed> <rounds>   a console command file of rounds
+//   crash_driver check <log>                checks the store of TARVO_DATA_DIR
 //
 // Round r is one commit (a transaction, or a bulk ended atomically or not):
 // it creates K items /crash/r<r>/i<n> holding r, records K in
 // /crash/count/r<r>, sets /crash/next to r + 1, and deletes round r - 3
 // whole (so that the store stays small), recording that in
-// /crash/deleted/r<r - 3>. The writer
-// appends "commit <r>" to its standard output before it commits or ends the
-// bulk, and "done <r>" after.
+// /crash/deleted/r<r - 3>. The command file starts at the round in
+// /crash/next and says so in its first line, "# first round <r>"; the
+// script turns what the console printed into the log's "commit <r>" (its
+// commit or bulk end began) and "done <r>" (it was reported done).
 //
 // The check: the store passes its integrity check; every round below
 // /crash/next is there with exactly its K items, or deleted with its
@@ -43,68 +44,48 @@ uint32_t read_u32(tarvo_bind_h_td h, const std::string &path, bool *found)
     return v;
 }
 
-int put_u32(tarvo_bind_h_td h, const std::string &path, uint32_t v)
+// The console lines of round `round` with `items` items, inside the
+// transaction or bulk already started. `old_deleted`: round - 3 is gone
+// already; `next_exists`: /crash/next is there to be set.
+void round_lines(std::string *out, uint32_t round, uint32_t items, bool old_deleted,
+                 bool next_exists)
 {
-    return tarvo_item_set(h, path.c_str(), U32, &v, 4, TARVO_SET_OPTION_CREATE);
-}
-
-// One round's requests, inside the transaction or bulk already started.
-int round_requests(tarvo_bind_h_td h, uint32_t round, uint32_t items)
-{
-    const std::string dir = "/crash/r" + std::to_string(round) + "/";
-    for (uint32_t n = 0; n < items; ++n) {
-        int rc = put_u32(h, dir + "i" + std::to_string(n), round);
-        if (rc)
-            return rc;
-    }
-    int rc = put_u32(h, "/crash/count/r" + std::to_string(round), items);
-    if (!rc && round >= 3) {
+    const std::string r = std::to_string(round);
+    for (uint32_t n = 0; n < items; ++n)
+        *out += "create /crash/r" + r + "/i" + std::to_string(n) + " uint32 " + r + "\n";
+    *out += "create /crash/count/r" + r + " uint32 " + std::to_string(items) + "\n";
+    if (round >= 3 && !old_deleted) {
         const std::string old = std::to_string(round - 3);
-        bool deleted = false;
-        read_u32(h, "/crash/deleted/r" + old, &deleted);
-        if (!deleted) {
-            rc = tarvo_item_delete(h, ("/crash/r" + old + "/").c_str(), 0);
-            if (!rc)
-                rc = tarvo_item_delete(h, ("/crash/count/r" + old).c_str(), 0);
-            if (!rc)
-                rc = put_u32(h, "/crash/deleted/r" + old, 1);
-        }
+        *out += "delete /crash/r" + old + "/\n";
+        *out += "delete /crash/count/r" + old + "\n";
+        *out += "create /crash/deleted/r" + old + " uint32 1\n";
     }
-    return rc ? rc : put_u32(h, "/crash/next", round + 1);
+    *out += std::string(next_exists ? "set" : "create") + " /crash/next uint32 " +
+            std::to_string(round + 1) + "\n";
 }
 
-bool report(const char *what, uint32_t round)
-{
-    char line[32];
-    int n = std::snprintf(line, sizeof line, "%s %u\n", what, round);
-    return write(1, line, n) == n;
-}
-
-int write_rounds(unsigned seed)
+int write_commands(unsigned seed, uint32_t rounds)
 {
     std::mt19937 rng(seed);
     tarvo_bind_h_td h = nullptr;
     if (_tarvo_bind(&h, "/crash", 0))
         return 2;
-    bool found = false;
-    for (uint32_t round = read_u32(h, "/crash/next", &found);; ++round) {
+    bool next_exists = false;
+    const uint32_t first = read_u32(h, "/crash/next", &next_exists);
+    std::string out = "# first round " + std::to_string(first) + "\n/crash\n";
+    for (uint32_t round = first; round < first + rounds; ++round) {
         const uint32_t kind = rng() % 3;
-        const uint32_t items = kind == 0 ? 1 + rng() % 50 : 1 + rng() % 10000;
-        int rc = kind == 0 ? tarvo_transaction_start(h, 300, 0, 0)
-                           : tarvo_bulk_start(h, kind == 1 ? TARVO_BULK_OPTION_ATOMIC : 0);
-        if (!rc)
-            rc = round_requests(h, round, items);
-        if (!rc && !report("commit", round))
-            return 4;
-        if (!rc)
-            rc = kind == 0 ? tarvo_transaction_commit(h) : tarvo_bulk_end(h);
-        if (rc) {
-            std::fprintf(stderr, "round %u failed: 0x%x\n", round, static_cast<unsigned>(rc));
-            return 3;
-        }
-        if (!report("done", round))
-            return 4;
+        const uint32_t items = kind == 0 ? 1 + rng() % 50 : 1 + rng() % 2000;
+        bool old_deleted = false;
+        if (round >= 3 && round - 3 < first)
+            read_u32(h, "/crash/deleted/r" + std::to_string(round - 3), &old_deleted);
+        out += kind == 0 ? "starttrans\n" : kind == 1 ? "startbulk -atomic\n" : "startbulk\n";
+        round_lines(&out, round, items, old_deleted, next_exists);
+        out += kind == 0 ? "committrans\n" : "endbulk\n";
+        next_exists = true;
     }
+    _tarvo_unbind(h);
+    return std::fwrite(out.data(), 1, out.size(), stdout) == out.size() ? 0 : 4;
 }
 
 int fail(const std::string &why)
@@ -195,10 +176,11 @@ int check(const char *log)
 
 int main(int argc, char **argv)
 {
-    if (argc == 3 && !std::strcmp(argv[1], "write"))
-        return write_rounds(static_cast<unsigned>(std::strtoul(argv[2], nullptr, 10)));
+    if (argc == 4 && !std::strcmp(argv[1], "commands"))
+        return write_commands(static_cast<unsigned>(std::strtoul(argv[2], nullptr, 10)),
+                              static_cast<uint32_t>(std::strtoul(argv[3], nullptr, 10)));
     if (argc == 3 && !std::strcmp(argv[1], "check"))
         return check(argv[2]);
-    std::fprintf(stderr, "usage: crash_driver write <seed> | check <log>\n");
+    std::fprintf(stderr, "usage: crash_driver commands <seed> <rounds> | check <log>\n");
     return 2;
 }
