@@ -15,14 +15,12 @@
 #
 # Both sides run in turn, RUNS times; printed are the medians of the wall
 # time and of the CPU time (user and system) and their ratios to the shell.
-# On a busy machine the CPU ratio is the steadier figure. When the console
-# has no bulk or transaction commands yet, those lines are measured through
-# the client library instead (tarvo_bench) and say "client".
+# On a busy machine the CPU ratio is the steadier figure.
 #
 #   bench/write_bench.sh [-n N] [-s S] [-r RUNS] [BUILD]
 #
 # Defaults: N 100000, S 10000, RUNS 3; BUILD is a build directory holding
-# exec/tarvocon and bench/tarvo_bench (built in build/bench when not given).
+# exec/tarvocon (built in build/bench when not given).
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -50,10 +48,9 @@ if [ -z "$build" ]; then
             -DTARVO_TESTS=OFF \
             -DTARVOCON_CLIENT_LIBRARY="$build/platform/tarvo/libtarvo.so" >&2
     fi
-    cmake --build "$build" --target tarvocon tarvo_bench >&2
+    cmake --build "$build" --target tarvocon >&2
 fi
 console="$build/exec/tarvocon"
-client="$build/bench/tarvo_bench"
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/write_bench.XXXXXX")
 trap 'rm -rf "$work"' EXIT
@@ -128,45 +125,13 @@ done >"$work/updates.sql"
 { echo "PRAGMA synchronous=NORMAL;"; sed 's/^/BEGIN; /; s/$/ COMMIT;/' "$work/updates.sql"; } \
     >"$work/trans-sets.sql"
 
-# Whether this console has bulk and transaction commands.
-printf '/\nstartbulk\nabortbulk\nstarttrans\naborttrans\n' >"$work/probe.cmd"
-rm -rf "$work/data" && mkdir "$work/data"
-has_commands=1
-"$console" -f "$work/probe.cmd" >/dev/null 2>"$work/probe.err" || true
-if grep -q "not supported\|not available" "$work/probe.err"; then has_commands=0; fi
-
 compare creates "$n" : "'$console' -f '$work/creates.cmd'" \
     : "sqlite3 '$work/ref.db' '.read $work/creates.sql'"
-if [ $has_commands = 1 ]; then
-    compare bulk "$n" : "'$console' -f '$work/bulk.cmd'" \
-        : "sqlite3 '$work/ref.db' '.read $work/bulk.sql'"
-else
-    compare "bulk (client)" "$n" : "'$client' bulk $n" \
-        : "sqlite3 '$work/ref.db' '.read $work/bulk.sql'"
-fi
+compare bulk "$n" : "'$console' -f '$work/bulk.cmd'" \
+    : "sqlite3 '$work/ref.db' '.read $work/bulk.sql'"
 compare sets "$s" "'$console' -f '$work/setup.cmd' >/dev/null" "'$console' -f '$work/sets.cmd'" \
     "sqlite3 '$work/ref.db' '.read $work/setup.sql'" "sqlite3 '$work/ref.db' '.read $work/sets.sql'"
-if [ $has_commands = 1 ]; then
-    compare trans-sets "$s" "'$console' -f '$work/setup.cmd' >/dev/null" \
-        "'$console' -f '$work/trans-sets.cmd'" \
-        "sqlite3 '$work/ref.db' '.read $work/setup.sql'" \
-        "sqlite3 '$work/ref.db' '.read $work/trans-sets.sql'"
-else
-    # The client times the sets alone (the creates before them are not).
-    : >"$work/ref"
-    for ((i = 0; i < runs; i++)); do
-        rm -rf "$work/data" && mkdir "$work/data"
-        "$client" sets "$s" | sed -n 's/.* in \([0-9.]*\) s, \([0-9.]*\) s CPU.*/\1 \2/p' >>"$work/ref"
-    done
-    mw=$(awk '{ print $1 }' "$work/ref" | median)
-    mc=$(awk '{ print $2 }' "$work/ref" | median)
-    : >"$work/mine"
-    for ((i = 0; i < runs; i++)); do
-        timed "sqlite3 '$work/ref.db' '.read $work/setup.sql'" \
-            sqlite3 "$work/ref.db" ".read $work/trans-sets.sql" >>"$work/mine"
-    done
-    rw=$(awk '{ print $1 }' "$work/mine" | median)
-    rc=$(awk '{ print $2 }' "$work/mine" | median)
-    printf '%-22s n=%-7s wall %7.2f s / shell %7.2f s = %5.2fx   cpu %7.2f s / shell %7.2f s = %5.2fx\n' \
-        "trans-sets (client)" "$s" "$mw" "$rw" "$(echo "$mw / $rw" | bc -l)" "$mc" "$rc" "$(echo "$mc / $rc" | bc -l)"
-fi
+compare trans-sets "$s" "'$console' -f '$work/setup.cmd' >/dev/null" \
+    "'$console' -f '$work/trans-sets.cmd'" \
+    "sqlite3 '$work/ref.db' '.read $work/setup.sql'" \
+    "sqlite3 '$work/ref.db' '.read $work/trans-sets.sql'"
