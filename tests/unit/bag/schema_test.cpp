@@ -4,6 +4,8 @@
 
 #include <filesystem>
 #include <fstream>
+#include <string>
+#include <vector>
 
 #include "platform/bag.h"
 #include "registry.h"
@@ -175,6 +177,53 @@ TEST(SchemaParser, SampleSchemasLoadWithoutDiagnostics)
     EXPECT_GE(registry->all().size(), 3u);
     /* The global registry reads the unit schemas and the samples. */
     EXPECT_EQ(bag_schema_diagnostics(), nullptr);
+}
+
+/* XDR files written elsewhere for other tools (the system's RPC protocol
+ * definitions, installed with the build's packages) carry RPC program
+ * blocks and code-generator lines that bags do not have. Each file is read
+ * whole or refused at its first fault with the file, a line that holds the
+ * token named, and what was expected there. */
+TEST(SchemaParser, SystemRpcDefinitionsAreReadOrRefusedAtTheirFault)
+{
+    const std::filesystem::path folder = "/usr/include/rpcsvc";
+    ASSERT_TRUE(std::filesystem::is_directory(folder)) << "package rpcsvc-proto missing";
+    int files = 0;
+    for (const auto &entry : std::filesystem::directory_iterator(folder)) {
+        if (entry.path().extension() != ".x")
+            continue;
+        ++files;
+        const std::string file = entry.path().string();
+        SCOPED_TRACE(file);
+        std::ifstream in(file);
+        std::vector<std::string> lines;
+        for (std::string line; std::getline(in, line);)
+            lines.push_back(line);
+        std::string text;
+        for (const std::string &line : lines)
+            text += line + "\n";
+
+        auto result = parse_schema(text, file);
+        if (result.schema != nullptr) {
+            EXPECT_EQ(result.error, "");
+            continue;
+        }
+        /* "<file>:<line>: expected ..., found '<token>'" */
+        ASSERT_EQ(result.error.rfind(file + ":", 0), 0u) << result.error;
+        std::size_t at = file.size() + 1;
+        std::size_t colon = result.error.find(": expected ", at);
+        ASSERT_NE(colon, std::string::npos) << result.error;
+        const unsigned long line = std::stoul(result.error.substr(at, colon - at));
+        ASSERT_GE(line, 1u);
+        ASSERT_LE(line, lines.size());
+        std::size_t found = result.error.find(", found '");
+        ASSERT_NE(found, std::string::npos) << result.error;
+        const std::string token = result.error.substr(
+            found + 9, result.error.find('\'', found + 9) - (found + 9));
+        EXPECT_NE(lines[line - 1].find(token), std::string::npos)
+            << result.error << "\nline " << line << ": " << lines[line - 1];
+    }
+    EXPECT_GE(files, 10);
 }
 
 /* ---- Registry ---- */
