@@ -8,7 +8,7 @@
 #              shell: the same rows, REGEXP '^i[0-9]*5$' on the relative path
 #   iterate    iterate -datatype string over N items (a tenth are strings)
 #              shell: the same rows with datatype=3
-#   datalist   datalist of the N-item directory in batches, as find
+#   datalist   datalist -chunk 1000 of the N-item directory
 #              shell: the ordered select of path, datatype, hex(value)
 #
 # The items are loaded untimed (one bulk ended atomically; the shell in one
@@ -124,7 +124,7 @@ for n in "${sizes[@]}"; do
     prompt_input "iterate -datatype string" >"$work/iterate.in"
     compare iterate "$n" "$work/iterate.in" \
         "SELECT path, datatype FROM items WHERE path > '/big/' AND path < '/big0' AND datatype = 3 ORDER BY path;"
-    prompt_input "datalist" >"$work/datalist.in"
+    printf 'big\ndatalist -chunk 1000\nquit\n' >"$work/datalist.in"
     compare datalist "$n" "$work/datalist.in" \
         "SELECT path, datatype, hex(value) FROM items WHERE path > '/big/' AND path < '/big0' ORDER BY path;"
 done

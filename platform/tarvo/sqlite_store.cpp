@@ -589,31 +589,39 @@ Status SqliteStore::scan(std::string_view dir, const ScanQuery &q, Page *page)
         return s;
     const bool selective = q.match.kind != PathMatch::Kind::ALL || q.norecurse ||
                            !q.filter.terms.empty();
+    // One lower and one upper bound: given two, SQLite may seek by the
+    // looser one and make every page read from the start of the range.
+    std::string lo = selector.lo, hi = selector.hi;
+    bool lo_inclusive = selector.lo_inclusive, hi_inclusive = selector.hi_inclusive;
+    const std::string start(node_key(q.start));
+    if (!q.start.empty() && !q.reverse && (start > lo || (start == lo && q.exclusive))) {
+        lo = start;
+        lo_inclusive = !q.exclusive;
+    }
+    if (!q.start.empty() && q.reverse && (start < hi || (start == hi && q.exclusive))) {
+        hi = start;
+        hi_inclusive = !q.exclusive;
+    }
     std::string sql = "SELECT path, datatype, ";
     sql += q.with_values ? "value" : "NULL";
-    sql += selector.lo_inclusive ? " FROM nodes WHERE path>=?1" : " FROM nodes WHERE path>?1";
-    sql += selector.hi_inclusive ? " AND path<=?2" : " AND path<?2";
-    if (!q.start.empty())
-        sql += q.reverse ? (q.exclusive ? " AND path<?3" : " AND path<=?3")
-                         : (q.exclusive ? " AND path>?3" : " AND path>=?3");
+    sql += lo_inclusive ? " FROM nodes WHERE path>=?1" : " FROM nodes WHERE path>?1";
+    sql += hi_inclusive ? " AND path<=?2" : " AND path<?2";
     if (!q.items)
         sql += " AND datatype=-3";
     else if (!q.dirs)
         sql += " AND datatype<>-3";
     sql += q.reverse ? " ORDER BY path DESC" : " ORDER BY path";
     if (!selective)
-        sql += " LIMIT ?4";
+        sql += " LIMIT ?3";
     sqlite3_stmt *raw = nullptr;
     s = prepare(sql, &raw);
     if (!s.ok())
         return s;
     Statement st(raw);
-    st.text(1, selector.lo);
-    st.text(2, selector.hi);
-    if (!q.start.empty())
-        st.text(3, node_key(q.start));
+    st.text(1, lo);
+    st.text(2, hi);
     if (!selective)
-        st.integer(4, static_cast<int64_t>(q.max_entries) + 1);
+        st.integer(3, static_cast<int64_t>(q.max_entries) + 1);
     return read_page(st, q.max_entries, q.max_bytes, selective ? &selector : nullptr, page);
 }
 
