@@ -242,6 +242,19 @@ int tarvocon_list_display(tarvo_list_h_td list, uint32_t count);
 int tarvocon_datalist_display(tarvo_datalist_h_td list, uint32_t count);
 void tarvocon_list_display_more(int *more);
 
+/* ---- Find, event find, iterate, error lists (tarvocon_commands_clone/) --- */
+int tarvocon_find(char **tokens, uint32_t count, int data);
+int tarvocon_eventfind(char **tokens, uint32_t count);
+int tarvocon_eventlist_display(tarvo_event_list_h_td list, uint32_t count);
+int tarvocon_iterate(char **tokens, uint32_t count);
+int tarvocon_iterate_worker(char *subtree, tarvo_iterator_filter_h_td filter, int values,
+                            int datalist, int edm);
+int tarvocon_errorslist(char **tokens, uint32_t count);
+int tarvocon_get_applyerror(char **tokens, uint32_t count);
+int tarvocon_get_unscanned(char **tokens, uint32_t count);
+int tarvocon_clear_applyerror(char **tokens, uint32_t count);
+int tarvocon_clear_unscanned(char **tokens, uint32_t count);
+
 /* ---- Bags (tarvocon_bag/) ---- */
 int tarvocon_create_bag(char *bag_name, bag_td **bag, uint32_t *bag_size);
 int tarvocon_read_bag_line(const char *prompt, char *line,
