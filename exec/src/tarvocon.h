@@ -234,6 +234,7 @@ int tarvocon_cfgmgr_adddiffs(char **tokens, uint32_t count);
 int tarvocon_cfgmgr_endbulk(char **tokens, uint32_t count,
                             tarvocon_state_td *state);
 int tarvocon_cfgmgr_merge_diffs(char **tokens, uint32_t count);
+int tarvocon_cfgmgr_merge_diffs_list(char **tokens, uint32_t count);
 int tarvocon_cfgmgr_merge_delta(char **tokens, uint32_t count);
 int tarvocon_cfgmgr_restore_delta(char **tokens, uint32_t count);
 
@@ -255,6 +256,19 @@ int tarvocon_list_datalist(char **tokens, uint32_t count, int datalist);
 int tarvocon_list_display(tarvo_list_h_td list, uint32_t count);
 int tarvocon_datalist_display(tarvo_datalist_h_td list, uint32_t count);
 void tarvocon_list_display_more(int *more);
+
+/* ---- Find, event find, iterate, error lists (tarvocon_commands_clone/) --- */
+int tarvocon_find(char **tokens, uint32_t count, int data);
+int tarvocon_eventfind(char **tokens, uint32_t count);
+int tarvocon_eventlist_display(tarvo_event_list_h_td list, uint32_t count);
+int tarvocon_iterate(char **tokens, uint32_t count);
+int tarvocon_iterate_worker(char *subtree, tarvo_iterator_filter_h_td filter, int values,
+                            int datalist, int edm);
+int tarvocon_errorslist(char **tokens, uint32_t count);
+int tarvocon_get_applyerror(char **tokens, uint32_t count);
+int tarvocon_get_unscanned(char **tokens, uint32_t count);
+int tarvocon_clear_applyerror(char **tokens, uint32_t count);
+int tarvocon_clear_unscanned(char **tokens, uint32_t count);
 
 /* ---- Bags (tarvocon_bag/) ---- */
 int tarvocon_create_bag(char *bag_name, bag_td **bag, uint32_t *bag_size);

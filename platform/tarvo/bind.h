@@ -51,7 +51,7 @@ struct tarvo_bind_td {
 namespace tarvo {
 
 // Kinds of handle the registry knows.
-enum class HandleKind { BIND, LIST, DATALIST };
+enum class HandleKind { BIND, LIST, DATALIST, EVENT_LIST, ERRORS_LIST, FILTER, ITERATOR };
 
 void register_handle(const void *handle, HandleKind kind);
 void unregister_handle(const void *handle);

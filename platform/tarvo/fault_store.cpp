@@ -33,6 +33,10 @@ Status FaultStore::events_after(uint64_t after, uint32_t max, std::vector<Event>
 {
     TARVO_FORWARD(events_after(after, max, events));
 }
+Status FaultStore::find_events(std::string_view dir, const ScanQuery &query, EventPage *page)
+{
+    TARVO_FORWARD(find_events(dir, query, page));
+}
 Status FaultStore::lock(std::string_view path, LockMode mode, const Holder &holder)
 {
     TARVO_FORWARD(lock(path, mode, holder));

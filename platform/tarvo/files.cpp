@@ -10,6 +10,7 @@
 #include <unordered_map>
 
 #include "bind.h"
+#include "lists.h"
 #include "path_match.h"
 #include "paths.h"
 #include "xfiles.h"
@@ -321,7 +322,7 @@ Diff diff_of(const std::vector<Event> &changes)
 }
 
 // The changes of a diff file, selected and with absolute paths.
-Status diff_changes(const tarvo_bind_td &bind, const char *file, const char *destination,
+Status diff_changes(const std::string &bind_point, const char *file, const char *destination,
                     const char *filter, const char *match, std::vector<DiffRecord> *out)
 {
     Filters filters;
@@ -332,8 +333,11 @@ Status diff_changes(const tarvo_bind_td &bind, const char *file, const char *des
     if (s.ok())
         s = load_diff(file, &diff);
     std::string root = diff.base;
-    if (s.ok() && destination && *destination)
-        s = directory(bind, destination, &root);
+    if (s.ok() && destination && *destination) {
+        ResolvedPath where;
+        s = resolve_path(bind_point, destination, &where);
+        root = dir_form(where.path);
+    }
     for (size_t i = 0; s.ok() && i < diff.records.size(); ++i) {
         DiffRecord &rec = diff.records[i];
         if (!filters.all(rec.path))
@@ -386,20 +390,25 @@ std::vector<DiffRecord> collapse(const std::vector<DiffRecord> &in)
     return out;
 }
 
+// The changes that undo `changes`, in the order that undoes them.
+void turn_around(std::vector<DiffRecord> &changes)
+{
+    std::reverse(changes.begin(), changes.end());
+    for (DiffRecord &c : changes) {
+        std::swap(c.has_old, c.has_new);
+        std::swap(c.old_value, c.new_value);
+        c.kind = c.kind == TARVO_EVENT_CREATE   ? TARVO_EVENT_DELETE
+                 : c.kind == TARVO_EVENT_DELETE ? TARVO_EVENT_CREATE
+                                                : c.kind;
+    }
+}
+
 // Adds changes (absolute paths) to the bind's bulk, or the changes that
 // undo them.
 Status add_changes(tarvo_bind_td &bind, std::vector<DiffRecord> changes, bool reverse)
 {
-    if (reverse) {
-        std::reverse(changes.begin(), changes.end());
-        for (DiffRecord &c : changes) {
-            std::swap(c.has_old, c.has_new);
-            std::swap(c.old_value, c.new_value);
-            c.kind = c.kind == TARVO_EVENT_CREATE   ? TARVO_EVENT_DELETE
-                     : c.kind == TARVO_EVENT_DELETE ? TARVO_EVENT_CREATE
-                                                    : c.kind;
-        }
-    }
+    if (reverse)
+        turn_around(changes);
     for (DiffRecord &c : changes) {
         Op op;
         op.kind = c.kind == TARVO_EVENT_CREATE ? OpKind::CREATE
@@ -422,7 +431,7 @@ Status add_diffs(tarvo_bind_td &bind, const char *destination, const char *filte
     Status s = need_bulk(bind);
     std::vector<DiffRecord> changes;
     if (s.ok())
-        s = diff_changes(bind, file, destination, filter, match, &changes);
+        s = diff_changes(bind.bind_point, file, destination, filter, match, &changes);
     if (s.ok() && changes.empty())
         s = error(TARVO_ERR_NOT_FOUND, std::string("no change of ") + file + " matches");
     return s.ok() ? add_changes(bind, std::move(changes), reverse != 0) : s;
@@ -438,7 +447,7 @@ Status merge_diffs(tarvo_bind_td &bind, char **files, uint32_t count, const char
         s = need_name(nullptr);
     std::vector<DiffRecord> changes;
     for (uint32_t i = 0; s.ok() && i < count; ++i)
-        s = diff_changes(bind, files[i], destination, filter, match, &changes);
+        s = diff_changes(bind.bind_point, files[i], destination, filter, match, &changes);
     if (!s.ok())
         return s;
     if (!(flags & TARVO_CFGMGR_MERGE_DISABLE_OPTIM))
@@ -446,6 +455,32 @@ Status merge_diffs(tarvo_bind_td &bind, char **files, uint32_t count, const char
     if (changes.empty())
         return error(TARVO_ERR_NOT_FOUND, "the diffs change nothing that matches");
     return add_changes(bind, std::move(changes), flags & TARVO_CFGMGR_MERGE_REVERSE);
+}
+
+// The merged changes of diff files as events, as a merge would add them.
+Status merged_events(char **files, uint32_t count, bool reverse, std::vector<Event> *events)
+{
+    Status s = count && files ? ok_status() : need_name(nullptr);
+    std::vector<DiffRecord> changes;
+    for (uint32_t i = 0; s.ok() && i < count; ++i)
+        s = diff_changes("/", files[i], "", "", "", &changes);
+    if (!s.ok())
+        return s;
+    changes = collapse(changes);
+    if (reverse)
+        turn_around(changes);
+    for (DiffRecord &c : changes) {
+        Event e;
+        e.kind = c.kind;
+        e.path = std::move(c.path);
+        e.datatype = c.datatype;
+        e.has_old = c.has_old;
+        e.has_new = c.has_new;
+        e.old_value = std::move(c.old_value);
+        e.new_value = std::move(c.new_value);
+        events->push_back(std::move(e));
+    }
+    return ok_status();
 }
 
 Status end_bulk(tarvo_bind_td &bind, const char *file, uint32_t flags, uint32_t *saved)
@@ -709,6 +744,24 @@ int tarvo_cfgmgr_file_merge_diffs4(tarvo_bind_h_td handle, char **files, uint32_
         if (reserved)
             return error(TARVO_ERR_BAD_ARGUMENT, "reserved argument not null");
         return merge_diffs(b, files, count, destination, filter, match, flags);
+    });
+}
+
+int tarvo_cfgmgr_event_list_from_file(char **files, uint32_t count, uint32_t reverse,
+                                      tarvo_event_list_h_td *list, uint32_t *detail)
+{
+    if (detail)
+        *detail = 0;
+    if (!list)
+        return TARVO_ERR_BAD_ARGUMENT;
+    *list = nullptr;
+    return guarded([&] {
+        std::vector<Event> events;
+        Status s = merged_events(files, count, reverse != 0, &events);
+        if (!s.ok())
+            return failed(nullptr, s, detail);
+        *list = new_event_list(std::move(events), false);
+        return 0;
     });
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "path_match.h"
 #include "paths.h"
 
 namespace tarvo {
@@ -10,6 +11,10 @@ class ListState {
 public:
     Status open(tarvo_bind_td *bind, const char *path, const char *start, uint32_t wanted,
                 bool chunked, uint32_t access, bool values);
+    // A find: whole paths below the bind point that the match keeps.
+    Status open_find(tarvo_bind_td *bind, const char *match, const char *start,
+                     uint32_t wanted, bool chunked, uint32_t access, uint32_t find_options,
+                     bool values);
     Status next(const ListEntry **entry);
     const ListEntry *last() const;
     bool more() const { return more_; }
@@ -18,11 +23,16 @@ public:
 
 private:
     Status fetch();
+    Status fetch_page(Page *page);
+    Status first(uint32_t wanted, bool chunked);
 
     tarvo_bind_td *bind_ = nullptr;  // checked before each chunk fetch
     uint32_t access_ = 0;
     std::string dir_;
     ListQuery query_;
+    bool find_ = false;
+    bool nothing_ = false;  // a find that can keep nothing
+    ScanQuery scan_;
     bool chunked_ = false;
     bool exhausted_ = true;
     bool more_ = false;
@@ -42,25 +52,35 @@ struct tarvo_datalist_td {
 namespace tarvo {
 
 // A page of what the bind sees, or of its pending changes alone.
-Status ListState::fetch()
+Status ListState::fetch_page(Page *page)
 {
     Store *store = nullptr;
     PendingStore *pending = nullptr;
     Status s = bind_view(bind_, access_, &store, &pending);
     if (!s.ok())
         return s;
-    Page page;
-    if (pending) {
-        s = pending->list_pending(dir_, query_, &page);
-    } else if (access_ & TARVO_ACCESS_OPTION_BULK) {
+    if (find_) {
+        if (nothing_ || (!pending && (access_ & TARVO_ACCESS_OPTION_BULK)))
+            return ok_status();
+        return pending ? pending->scan_pending(dir_, scan_, page) : store->scan(dir_, scan_, page);
+    }
+    if (pending)
+        return pending->list_pending(dir_, query_, page);
+    if (access_ & TARVO_ACCESS_OPTION_BULK) {
         // Nothing is pending, but the directory must still exist.
         ListQuery none = query_;
         none.max_entries = 0;
-        s = store->list(dir_, none, &page);
-        page = Page{};
-    } else {
-        s = store->list(dir_, query_, &page);
+        s = store->list(dir_, none, page);
+        *page = Page{};
+        return s;
     }
+    return store->list(dir_, query_, page);
+}
+
+Status ListState::fetch()
+{
+    Page page;
+    Status s = fetch_page(&page);
     if (!s.ok())
         return s;
     // The chunk before stays alive, so an entry handed out remains valid at
@@ -68,13 +88,35 @@ Status ListState::fetch()
     previous_.swap(current_);
     current_.clear();
     pos_ = 0;
-    for (Node &node : page.entries)
-        current_.push_back(ListEntry{std::string(leaf_name(node.path)), node.datatype,
-                                     std::move(node.value)});
+    for (Node &node : page.entries) {
+        std::string name = find_ ? std::move(node.path) : std::string(leaf_name(node.path));
+        current_.push_back(ListEntry{std::move(name), node.datatype, std::move(node.value)});
+    }
     exhausted_ = !page.remain;
     if (!current_.empty()) {
         query_.start = current_.back().name;
         query_.exclusive = true;
+        scan_.start = current_.back().name;
+        scan_.exclusive = true;
+    }
+    return ok_status();
+}
+
+Status ListState::first(uint32_t wanted, bool chunked)
+{
+    chunked_ = chunked;
+    uint32_t bound = bind_->settings.batch_entries;
+    if (chunked && wanted == 0)
+        wanted = bound;
+    query_.max_entries = std::min(wanted, bound);
+    scan_.max_entries = query_.max_entries;
+    query_.max_bytes = scan_.max_bytes = bind_->settings.batch_bytes;
+    Status s = fetch();
+    if (!s.ok())
+        return s;
+    if (!chunked) {
+        more_ = !exhausted_ && current_.size() < wanted;
+        exhausted_ = true;
     }
     return ok_status();
 }
@@ -91,23 +133,70 @@ Status ListState::open(tarvo_bind_td *bind, const char *path, const char *start,
         return s;
     bind_ = bind;
     dir_ = dir_form(where.path);
-    chunked_ = chunked;
     query_.start = start ? start : "";
     query_.exclusive = (access & TARVO_ACCESS_OPTION_NEXT) != 0;
     query_.reverse = (access & TARVO_ACCESS_OPTION_REVERSE) != 0;
     query_.with_values = values;
-    query_.max_bytes = bind->settings.batch_bytes;
-    uint32_t bound = bind->settings.batch_entries;
-    if (chunked && wanted == 0)
-        wanted = bound;
-    query_.max_entries = std::min(wanted, bound);
-    s = fetch();
+    return first(wanted, chunked);
+}
+
+Status ListState::open_find(tarvo_bind_td *bind, const char *match, const char *start,
+                            uint32_t wanted, bool chunked, uint32_t access,
+                            uint32_t find_options, bool values)
+{
+    bind_ = bind;
+    access_ = access;
+    find_ = true;
+    Status s = find_query(*bind, match, start, access, find_options, &dir_, &scan_, &nothing_);
     if (!s.ok())
         return s;
-    if (!chunked) {
-        more_ = !exhausted_ && current_.size() < wanted;
-        exhausted_ = true;
+    scan_.with_values = values;
+    return first(wanted, chunked);
+}
+
+// A plain match string is a prefix of the path relative to the bind point,
+// or of the whole path when it begins with "/"; a pattern is matched against
+// the path relative to the bind point. Start names are whole paths (relative
+// ones are taken from the bind point), as the entries are.
+Status find_query(const tarvo_bind_td &bind, const char *match, const char *start,
+                  uint32_t access, uint32_t find_options, std::string *dir, ScanQuery *q,
+                  bool *nothing)
+{
+    if ((access & TARVO_ACCESS_OPTION_NOBULK) && (access & TARVO_ACCESS_OPTION_BULK))
+        return error(TARVO_ERR_BAD_OPTIONS, "committed-only and pending-only together");
+    *q = ScanQuery{};
+    std::string text = match ? match : "";
+    *dir = bind.bind_point;
+    PathMatch &m = q->match;
+    if (access & (TARVO_ACCESS_OPTION_REGEXP | TARVO_ACCESS_OPTION_COMP_REGEXP)) {
+        m.kind = (access & TARVO_ACCESS_OPTION_COMP_REGEXP) ? PathMatch::Kind::NOT_REGEXP
+                                                              : PathMatch::Kind::REGEXP;
+    } else {
+        if (!text.empty() && text[0] == '/') {
+            *dir = "/";
+            text.erase(0, 1);
+        }
+        m.kind = (find_options & TARVO_FIND_OPTION_STRICT) ? PathMatch::Kind::EXACT
+                 : text.empty()                              ? PathMatch::Kind::ALL
+                                                             : PathMatch::Kind::PREFIX;
+        q->norecurse = (find_options & TARVO_FIND_OPTION_NORECURSE) != 0;
     }
+    m.text = text;
+    // Checked now, so that a bad pattern is the request's error.
+    NodeSelector check;
+    Status s = check.compile(*dir, *q);
+    if (!s.ok())
+        return s;
+    std::string first_path = start ? start : "";
+    if (!first_path.empty() && first_path[0] != '/')
+        first_path = bind.bind_point + first_path;
+    q->start = first_path;
+    q->exclusive = (access & TARVO_ACCESS_OPTION_NEXT) != 0;
+    q->reverse = (access & TARVO_ACCESS_OPTION_REVERSE) != 0;
+    q->dirs = (find_options & TARVO_FIND_OPTION_DIRS) != 0;
+    q->max_bytes = bind.settings.batch_bytes;
+    // The store keeps no annotations or exclusions.
+    *nothing = (find_options & (TARVO_FIND_OPTION_ONLY_ANNOT | TARVO_FIND_OPTION_ONLY_EXCLUDE)) != 0;
     return ok_status();
 }
 
@@ -155,9 +244,8 @@ using namespace tarvo;
 
 namespace {
 
-template <typename List>
-int open_list(tarvo_bind_h_td handle, const char *path, const char *start, uint32_t wanted,
-              bool chunked, uint32_t access, List **out, uint32_t *delivered)
+template <typename List, typename Open>
+int open_handle(tarvo_bind_h_td handle, List **out, uint32_t *delivered, Open open)
 {
     constexpr bool values = std::is_same_v<List, tarvo_datalist_td>;
     if (!bind_is_live(handle))
@@ -167,7 +255,7 @@ int open_list(tarvo_bind_h_td handle, const char *path, const char *start, uint3
     *out = nullptr;
     return guarded([&] {
         auto list = std::make_unique<List>();
-        Status s = list->state.open(handle, path, start, wanted, chunked, access, values);
+        Status s = open(list->state, values);
         if (!s.ok())
             return fail(handle, s);
         if (delivered)
@@ -175,6 +263,26 @@ int open_list(tarvo_bind_h_td handle, const char *path, const char *start, uint3
         register_handle(list.get(), values ? HandleKind::DATALIST : HandleKind::LIST);
         *out = list.release();
         return 0;
+    });
+}
+
+template <typename List>
+int open_list(tarvo_bind_h_td handle, const char *path, const char *start, uint32_t wanted,
+              bool chunked, uint32_t access, List **out, uint32_t *delivered)
+{
+    return open_handle(handle, out, delivered, [&](ListState &state, bool values) {
+        return state.open(handle, path, start, wanted, chunked, access, values);
+    });
+}
+
+template <typename List>
+int open_find(tarvo_bind_h_td handle, const char *match, const char *start, uint32_t wanted,
+              bool chunked, uint32_t access, uint32_t find_options, List **out,
+              uint32_t *delivered)
+{
+    return open_handle(handle, out, delivered, [&](ListState &state, bool values) {
+        return state.open_find(handle, match, start, wanted, chunked, access, find_options,
+                               values);
     });
 }
 
@@ -222,6 +330,41 @@ int tarvo_chunk_list(tarvo_bind_h_td handle, const char *path, const char *start
                      uint32_t chunk_size, tarvo_list_h_td *list, uint32_t access_options)
 {
     return open_list(handle, path, start, chunk_size, true, access_options, list, nullptr);
+}
+
+int tarvo_find(tarvo_bind_h_td handle, const char *match, const char *start, uint32_t *count,
+               tarvo_list_h_td *list, uint32_t access_options, uint32_t find_options)
+{
+    if (bind_is_live(handle) && !count)
+        return fail(handle, error(TARVO_ERR_BAD_ARGUMENT));
+    return open_find(handle, match, start, count ? *count : 0, false, access_options,
+                     find_options, list, count);
+}
+
+int tarvo_chunk_find(tarvo_bind_h_td handle, const char *match, const char *start,
+                     uint32_t chunk_size, tarvo_list_h_td *list, uint32_t access_options,
+                     uint32_t find_options)
+{
+    return open_find(handle, match, start, chunk_size, true, access_options, find_options,
+                     list, nullptr);
+}
+
+int tarvo_find_data(tarvo_bind_h_td handle, const char *match, const char *start,
+                    uint32_t *count, tarvo_datalist_h_td *list, uint32_t access_options,
+                    uint32_t find_options)
+{
+    if (bind_is_live(handle) && !count)
+        return fail(handle, error(TARVO_ERR_BAD_ARGUMENT));
+    return open_find(handle, match, start, count ? *count : 0, false, access_options,
+                     find_options, list, count);
+}
+
+int tarvo_chunk_find_data(tarvo_bind_h_td handle, const char *match, const char *start,
+                          uint32_t chunk_size, tarvo_datalist_h_td *list,
+                          uint32_t access_options, uint32_t find_options)
+{
+    return open_find(handle, match, start, chunk_size, true, access_options, find_options,
+                     list, nullptr);
 }
 
 int tarvo_list_next(tarvo_list_h_td list, char **name, tarvo_item_datatype_td *datatype,

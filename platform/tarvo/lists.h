@@ -25,6 +25,18 @@ struct ListEntry {
 // A complete data list (no more flag, no further chunks).
 tarvo_datalist_h_td new_complete_datalist(std::vector<ListEntry> entries);
 
+// An event list handing out `events` in their order, with the more flag
+// given (for lists made from other sources than the log, such as files).
+tarvo_event_list_h_td new_event_list(std::vector<Event> events, bool more);
+
+// The scan of a find or event find: the directory it walks and the query
+// (match, start, order, directories) for a match string, a start name and
+// the access and find options. BAD_PATTERN for a pattern that does not
+// compile. *nothing is set when the options can keep nothing.
+Status find_query(const tarvo_bind_td &bind, const char *match, const char *start,
+                  uint32_t access, uint32_t find_options, std::string *dir, ScanQuery *query,
+                  bool *nothing);
+
 }  // namespace tarvo
 
 #endif

@@ -8,6 +8,7 @@
 #include <set>
 
 #include "local_store.h"
+#include "path_match.h"
 #include "paths.h"
 
 namespace tarvo {
@@ -31,6 +32,10 @@ public:
     Status scan(std::string_view dir, const ScanQuery &query, Page *page) override;
     Status events_after(uint64_t after, uint32_t max,
                         std::vector<Event> *events) override;
+    Status find_events(std::string_view dir, const ScanQuery &query, EventPage *page) override
+    {
+        return find_events_in(events_, dir, query, page);
+    }
     Status ping() override { return ok_status(); }
     Status stats(StoreStats *stats) override;
 
@@ -160,8 +165,14 @@ Status MemoryStore::scan(std::string_view dir, const ScanQuery &q, Page *page)
 {
     *page = Page{};
     const std::string lo(dir), hi = subtree_end(dir), start = node_key(q.start);
+    NodeSelector selector;
+    Status s = selector.compile(dir, q);
+    if (!s.ok())
+        return s;
     uint64_t bytes = 0;
-    auto wanted = [&](const Node &n) { return n.is_dir() ? q.dirs : q.items; };
+    auto wanted = [&](const Node &n) {
+        return (n.is_dir() ? q.dirs : q.items) && selector.keeps(node_key(n.path), n.datatype);
+    };
     auto emit = [&](const Node &n) {
         Node copy = n;
         if (!q.with_values)

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <functional>
 
+#include "path_match.h"
 #include "paths.h"
 
 namespace tarvo {
@@ -176,16 +177,21 @@ Status PendingStore::list(std::string_view dir, const ListQuery &q, Page *page)
     return merge.run(overlay, q.reverse, q.max_entries, q.max_bytes, q.with_values, page);
 }
 
-Status PendingStore::scan(std::string_view dir, const ScanQuery &q, Page *page)
+// The pending nodes of a scan's range that the query keeps, from its start
+// on, in its order; at most `limit`.
+Status PendingStore::pending_nodes(std::string_view dir, const ScanQuery &q, size_t limit,
+                                   std::vector<const Node *> *overlay)
 {
-    *page = Page{};
+    NodeSelector selector;
+    Status s = selector.compile(dir, q);
+    if (!s.ok())
+        return s;
     const std::string lo(dir), hi = subtree_end(dir), start = node_key(q.start);
-    std::vector<const Node *> overlay;
     auto keep = [&](const std::pair<const std::string, std::optional<Node>> &entry) {
         const std::optional<Node> &node = entry.second;
-        if (node && (node->is_dir() ? q.dirs : q.items))
-            overlay.push_back(&*node);
-        return overlay.size() <= q.max_entries;
+        if (node && (node->is_dir() ? q.dirs : q.items) && selector.keeps(entry.first, node->datatype))
+            overlay->push_back(&*node);
+        return overlay->size() < limit;
     };
     if (!q.reverse) {
         auto it = changes_.upper_bound(lo);
@@ -203,6 +209,16 @@ Status PendingStore::scan(std::string_view dir, const ScanQuery &q, Page *page)
                 break;
         }
     }
+    return ok_status();
+}
+
+Status PendingStore::scan(std::string_view dir, const ScanQuery &q, Page *page)
+{
+    *page = Page{};
+    std::vector<const Node *> overlay;
+    Status s = pending_nodes(dir, q, size_t{q.max_entries} + 1, &overlay);
+    if (!s.ok())
+        return s;
     ScanQuery bq = q;
     bq.max_entries = q.max_entries + 1;
     Merge merge(changes_, [&](Page *base) {
@@ -214,6 +230,33 @@ Status PendingStore::scan(std::string_view dir, const ScanQuery &q, Page *page)
         return r;
     });
     return merge.run(overlay, q.reverse, q.max_entries, q.max_bytes, q.with_values, page);
+}
+
+Status PendingStore::scan_pending(std::string_view dir, const ScanQuery &q, Page *page)
+{
+    *page = Page{};
+    std::vector<const Node *> overlay;
+    Status s = pending_nodes(dir, q, size_t{q.max_entries} + 1, &overlay);
+    if (!s.ok())
+        return s;
+    uint64_t bytes = 0;
+    for (const Node *node : overlay) {
+        if (page_full(*page, q.max_entries, q.max_bytes, bytes)) {
+            page->remain = true;
+            break;
+        }
+        Node copy = *node;
+        if (!q.with_values)
+            copy.value.clear();
+        bytes += copy.path.size() + copy.value.size();
+        page->entries.push_back(std::move(copy));
+    }
+    return ok_status();
+}
+
+Status PendingStore::find_events(std::string_view dir, const ScanQuery &q, EventPage *page)
+{
+    return find_events_in(events_, dir, q, page);
 }
 
 Status PendingStore::lookup_pending(std::string_view path, Node *node)

@@ -34,6 +34,10 @@ public:
     Status scan(std::string_view dir, const ScanQuery &query, Page *page) override;
     // The pending events (what the changes would announce), oldest first.
     Status events_after(uint64_t after, uint32_t max, std::vector<Event> *events) override;
+    // The pending events alone (the log of the base holds the committed ones).
+    Status find_events(std::string_view dir, const ScanQuery &query, EventPage *page) override;
+    // The pending events in the order they were made.
+    const std::vector<Event> &pending_events() const { return events_; }
     Status ping() override { return base_.ping(); }
     Status stats(StoreStats *stats) override;
 
@@ -41,6 +45,7 @@ public:
     // untouched or deleted path); the children they wrote in a directory.
     Status lookup_pending(std::string_view path, Node *node);
     Status list_pending(std::string_view dir, const ListQuery &query, Page *page);
+    Status scan_pending(std::string_view dir, const ScanQuery &query, Page *page);
 
 protected:
     Status begin_write() override;
@@ -71,6 +76,8 @@ private:
         std::optional<Node> before;  // the change held before (nullopt: a tombstone)
     };
     void set_change(const std::string &key, std::optional<Node> node);
+    Status pending_nodes(std::string_view dir, const ScanQuery &q, size_t limit,
+                         std::vector<const Node *> *overlay);
     Status directory_exists(std::string_view dir);
 
     Store &base_;

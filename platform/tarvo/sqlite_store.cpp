@@ -19,6 +19,7 @@
 #include <unordered_map>
 
 #include "local_store.h"
+#include "path_match.h"
 #include "paths.h"
 #include "settings.h"
 
@@ -131,6 +132,13 @@ public:
         int n = sqlite3_column_bytes(stmt_, i);
         return p ? std::string(static_cast<const char *>(p), n) : std::string();
     }
+    // Valid until the next step.
+    std::string_view view(int i)
+    {
+        const void *p = sqlite3_column_blob(stmt_, i);
+        int n = sqlite3_column_bytes(stmt_, i);
+        return p ? std::string_view(static_cast<const char *>(p), n) : std::string_view();
+    }
     bool is_null(int i) { return sqlite3_column_type(stmt_, i) == SQLITE_NULL; }
     int64_t int_column(int i) { return sqlite3_column_int64(stmt_, i); }
 
@@ -171,6 +179,7 @@ public:
     Status scan(std::string_view dir, const ScanQuery &query, Page *page) override;
     Status events_after(uint64_t after, uint32_t max,
                         std::vector<Event> *events) override;
+    Status find_events(std::string_view dir, const ScanQuery &query, EventPage *page) override;
     Status ping() override;
     Status check(std::vector<std::string> *problems) override;
     Status stats(StoreStats *stats) override;
@@ -237,7 +246,7 @@ private:
     Status create_schema();
     Status check_schema();
     Status read_page(Statement &st, uint32_t max_entries, uint64_t max_bytes,
-                     Page *page);
+                     const NodeSelector *selector, Page *page);
     Status list_dir(const std::string &dir, const ListQuery &q, Page *page);
     int64_t trim_step() const
     {
@@ -471,7 +480,7 @@ Status SqliteStore::lookup(std::string_view path, Node *node)
 // Reads rows (path, datatype, value) into the page until a bound is reached;
 // one row past the bound tells whether entries remain.
 Status SqliteStore::read_page(Statement &st, uint32_t max_entries, uint64_t max_bytes,
-                              Page *page)
+                              const NodeSelector *selector, Page *page)
 {
     uint64_t bytes = 0;
     for (;;) {
@@ -480,6 +489,8 @@ Status SqliteStore::read_page(Statement &st, uint32_t max_entries, uint64_t max_
             return ok_status();
         if (rc != SQLITE_ROW)
             return error_of(rc, "read");
+        if (selector && !selector->keeps(st.view(0), static_cast<int32_t>(st.int_column(1))))
+            continue;
         if (page->entries.size() >= max_entries ||
             (!page->entries.empty() && bytes >= max_bytes)) {
             page->remain = true;
@@ -565,14 +576,23 @@ Status SqliteStore::list_dir(const std::string &dir, const ListQuery &q, Page *p
     }
 }
 
+// The selector narrows the range from the match and keeps the rows that
+// pass it; without a selective query the page is one LIMITed read.
 Status SqliteStore::scan(std::string_view dir, const ScanQuery &q, Page *page)
 {
     *page = Page{};
     if (!q.items && !q.dirs)
         return ok_status();
+    NodeSelector selector;
+    Status s = selector.compile(dir, q);
+    if (!s.ok())
+        return s;
+    const bool selective = q.match.kind != PathMatch::Kind::ALL || q.norecurse ||
+                           !q.filter.terms.empty();
     std::string sql = "SELECT path, datatype, ";
     sql += q.with_values ? "value" : "NULL";
-    sql += " FROM nodes WHERE path>?1 AND path<?2";
+    sql += selector.lo_inclusive ? " FROM nodes WHERE path>=?1" : " FROM nodes WHERE path>?1";
+    sql += selector.hi_inclusive ? " AND path<=?2" : " AND path<?2";
     if (!q.start.empty())
         sql += q.reverse ? (q.exclusive ? " AND path<?3" : " AND path<=?3")
                          : (q.exclusive ? " AND path>?3" : " AND path>=?3");
@@ -581,18 +601,82 @@ Status SqliteStore::scan(std::string_view dir, const ScanQuery &q, Page *page)
     else if (!q.dirs)
         sql += " AND datatype<>-3";
     sql += q.reverse ? " ORDER BY path DESC" : " ORDER BY path";
-    sql += " LIMIT ?4";
+    if (!selective)
+        sql += " LIMIT ?4";
     sqlite3_stmt *raw = nullptr;
-    Status s = prepare(sql, &raw);
+    s = prepare(sql, &raw);
     if (!s.ok())
         return s;
     Statement st(raw);
-    st.text(1, dir);
-    st.text(2, subtree_end(dir));
+    st.text(1, selector.lo);
+    st.text(2, selector.hi);
     if (!q.start.empty())
         st.text(3, node_key(q.start));
-    st.integer(4, static_cast<int64_t>(q.max_entries) + 1);
-    return read_page(st, q.max_entries, q.max_bytes, page);
+    if (!selective)
+        st.integer(4, static_cast<int64_t>(q.max_entries) + 1);
+    return read_page(st, q.max_entries, q.max_bytes, selective ? &selector : nullptr, page);
+}
+
+// Two passes in one snapshot: the keys of the matching events (no values)
+// decide the page, then the page's events are read by sequence number, so
+// the values of the window never sit in memory together.
+Status SqliteStore::find_events(std::string_view dir, const ScanQuery &q, EventPage *page)
+{
+    *page = EventPage{};
+    NodeSelector selector;
+    Status s = selector.compile(dir, q);
+    if (!s.ok())
+        return s;
+    ReadSnapshot snapshot(db_);
+    std::string sql = "SELECT seq, path, datatype, length(old_value), length(new_value) FROM events";
+    sql += selector.lo_inclusive ? " WHERE path>=?1" : " WHERE path>?1";
+    sql += selector.hi_inclusive ? " AND path<=?2" : " AND path<?2";
+    sqlite3_stmt *raw = nullptr;
+    s = prepare(sql, &raw);
+    if (!s.ok())
+        return s;
+    std::vector<EventKey> keys;
+    {
+        Statement st(raw);
+        st.text(1, selector.lo);
+        st.text(2, selector.hi);
+        for (;;) {
+            int rc = st.step();
+            if (rc == SQLITE_DONE)
+                break;
+            if (rc != SQLITE_ROW)
+                return error_of(rc, "events");
+            std::string_view path = st.view(1);
+            if (!selector.keeps(path, static_cast<int32_t>(st.int_column(2))))
+                continue;
+            keys.push_back(EventKey{std::string(path), static_cast<uint64_t>(st.int_column(0)),
+                                    static_cast<uint64_t>(st.int_column(3) + st.int_column(4)),
+                                    0});
+        }
+    }
+    cut_event_page(&keys, q, &page->remain);
+    s = prepare("SELECT kind, path, datatype, old_value, new_value FROM events WHERE seq=?1",
+                &raw);
+    if (!s.ok())
+        return s;
+    for (const EventKey &key : keys) {
+        Statement st(raw);
+        st.integer(1, static_cast<int64_t>(key.seq));
+        int rc = st.step();
+        if (rc != SQLITE_ROW)
+            return error_of(rc == SQLITE_DONE ? SQLITE_CORRUPT : rc, "event");
+        Event e;
+        e.seq = key.seq;
+        e.kind = static_cast<uint32_t>(st.int_column(0));
+        e.path = st.column(1);
+        e.datatype = static_cast<int32_t>(st.int_column(2));
+        e.has_old = !st.is_null(3);
+        e.old_value = st.column(3);
+        e.has_new = !st.is_null(4);
+        e.new_value = st.column(4);
+        page->events.push_back(std::move(e));
+    }
+    return ok_status();
 }
 
 Status SqliteStore::put_node(const Node &node)

@@ -58,7 +58,46 @@ struct ListQuery {
     bool with_values = true;
 };
 
-// Every node below one directory, by whole path.
+// A filter over the paths of a tree operation or a find, relative to the
+// operation's directory ("x/y" below "/a/"; a directory as "x/", with its
+// final "/"). Plain data: a backend evaluates it.
+struct PathMatch {
+    enum class Kind : uint32_t {
+        ALL,         // every path
+        PREFIX,      // paths beginning with text
+        EXACT,       // the path equal to text
+        REGEXP,      // paths that the RE2 pattern text matches as a whole
+        NOT_REGEXP,  // paths that it does not match
+    };
+    Kind kind = Kind::ALL;
+    std::string text;
+    // Relative paths left out whatever the kind says, sorted, and relative
+    // paths left out with everything below them (what a replacing bulk
+    // wrote and copied).
+    std::vector<std::string> except;
+    std::vector<std::string> except_below;
+};
+
+// The filter of an iterator: name globs and datatypes joined by OR, AND
+// and NOT, as a list of terms in which every term's operands come before it
+// (the last term is the root; no terms: everything passes). Plain data: a
+// backend evaluates it next to the data.
+struct NodeFilter {
+    enum class Op : uint32_t { NAME, DATATYPE, OR, AND, NOT };
+    struct Term {
+        Op op = Op::NAME;
+        std::string glob;        // NAME: over the path relative to the scanned
+                                 // directory, or its last component when the
+                                 // glob holds no "/"
+        int32_t datatype = 0;    // DATATYPE
+        uint32_t left = 0;       // OR, AND, NOT: indexes of earlier terms
+        uint32_t right = 0;      // OR, AND
+    };
+    std::vector<Term> terms;
+};
+
+// Every node below one directory, by whole path, kept by the match, the
+// depth rule and the filter.
 struct ScanQuery {
     std::string start;         // first path wanted; "" = from the first
     bool exclusive = false;
@@ -68,6 +107,10 @@ struct ScanQuery {
     bool with_values = true;
     bool items = true;
     bool dirs = false;
+    PathMatch match;          // over the path relative to the directory
+    bool norecurse = false;   // PREFIX or ALL: no "/" past the end of the text
+                              // (but a directory's own final one)
+    NodeFilter filter;
 };
 
 struct Page {
@@ -84,6 +127,13 @@ struct Event {
     std::string old_value;
     bool has_new = false;
     std::string new_value;
+};
+
+// A page of events: whole paths only (the events of one path are never
+// split between pages), at least one path when any remain.
+struct EventPage {
+    std::vector<Event> events;
+    bool remain = false;
 };
 
 // Who holds a lock or makes a write: a bind of some process. The pid alone
@@ -105,24 +155,6 @@ struct Lock {
     LockMode mode = LockMode::READ;
     Holder holder;
     int64_t acquired_ns = 0;
-};
-
-// A filter over the paths of a tree operation, relative to the operation's
-// directory ("x/y" below "/a/"). Plain data: a backend evaluates it.
-struct PathMatch {
-    enum class Kind : uint32_t {
-        ALL,         // every path
-        PREFIX,      // paths beginning with text
-        REGEXP,      // paths that the RE2 pattern text matches as a whole
-        NOT_REGEXP,  // paths that it does not match
-    };
-    Kind kind = Kind::ALL;
-    std::string text;
-    // Relative paths left out whatever the kind says, sorted, and relative
-    // paths left out with everything below them (what a replacing bulk
-    // wrote and copied).
-    std::vector<std::string> except;
-    std::vector<std::string> except_below;
 };
 
 enum class OpKind : uint32_t {
@@ -271,6 +303,13 @@ public:
     // `max` of them.
     virtual Status events_after(uint64_t after, uint32_t max,
                                 std::vector<Event> *events) = 0;
+    // The logged events of the items below `dir` that the query's match
+    // keeps (start, exclusive, reverse, max_entries, max_bytes and match as
+    // for scan; the other fields are not used), ordered by path and then
+    // sequence (both descending with reverse). A page ends only between
+    // paths, once a bound is reached.
+    virtual Status find_events(std::string_view dir, const ScanQuery &query,
+                               EventPage *page) = 0;
 
     // Locks on the subtree at `path` (canonical item form). LOCKED, naming
     // the holder, when another live holder's lock conflicts; taking a lock
@@ -354,6 +393,8 @@ public:
     Status apply(const Batch &batch, ApplyResult *result) override;
     Status events_after(uint64_t after, uint32_t max,
                         std::vector<Event> *events) override;
+    Status find_events(std::string_view dir, const ScanQuery &query,
+                       EventPage *page) override;
     Status lock(std::string_view path, LockMode mode,
                 const Holder &holder) override;
     Status unlock(std::string_view path, const Holder &holder) override;

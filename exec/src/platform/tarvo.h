@@ -270,6 +270,165 @@ int tarvo_datalist_last(tarvo_datalist_h_td list, char **name,
 int tarvo_datalist_get_more_flag(tarvo_datalist_h_td list, int *more);
 void tarvo_datalist_free(tarvo_datalist_h_td list);
 
+/* ---- Finds ----
+ * The items (and with TARVO_FIND_OPTION_DIRS the directories) below the
+ * bind point whose path relative to the bind point matches `match`, as a
+ * name list (tarvo_find) or a data list (tarvo_find_data) read with the list
+ * routines above; entries carry whole paths, a directory's ending in "/".
+ * A plain match string keeps the paths that begin with it (STRICT: the path
+ * equal to it); TARVO_ACCESS_OPTION_REGEXP makes it an RE2 pattern that must
+ * match the whole relative path (BAD_PATTERN when it does not compile), and
+ * TARVO_ACCESS_OPTION_COMP_REGEXP keeps the paths it does not match.
+ * NORECURSE keeps only the paths with no "/" past the end of a plain match
+ * string. Batches, start names and the more flag work as for tarvo_list,
+ * with whole paths as start names. The annotation, exclusion and
+ * inheritance options are accepted; this store keeps no annotations or
+ * exclusions (ONLY_ANNOT and ONLY_EXCLUDE find nothing) and no inheritance
+ * between groups (AG, AH change nothing). */
+#define TARVO_FIND_OPTION_DIRS 0x1u
+#define TARVO_FIND_OPTION_NORECURSE 0x2u
+#define TARVO_FIND_OPTION_AG 0x10u
+#define TARVO_FIND_OPTION_AH 0x20u
+#define TARVO_FIND_OPTION_SHOW_ANNOT 0x40u
+#define TARVO_FIND_OPTION_SHOW_EXCLUDE 0x80u
+#define TARVO_FIND_OPTION_ONLY_ANNOT 0x100u
+#define TARVO_FIND_OPTION_ONLY_EXCLUDE 0x200u
+#define TARVO_FIND_OPTION_SHOW_AZA_AYA 0x400u
+#define TARVO_FIND_OPTION_STRICT 0x1000u
+int tarvo_find(tarvo_bind_h_td handle, const char *match, const char *start,
+               uint32_t *count, tarvo_list_h_td *list,
+               uint32_t access_options, uint32_t find_options);
+int tarvo_chunk_find(tarvo_bind_h_td handle, const char *match,
+                     const char *start, uint32_t chunk_size,
+                     tarvo_list_h_td *list, uint32_t access_options,
+                     uint32_t find_options);
+int tarvo_find_data(tarvo_bind_h_td handle, const char *match,
+                    const char *start, uint32_t *count,
+                    tarvo_datalist_h_td *list, uint32_t access_options,
+                    uint32_t find_options);
+int tarvo_chunk_find_data(tarvo_bind_h_td handle, const char *match,
+                          const char *start, uint32_t chunk_size,
+                          tarvo_datalist_h_td *list, uint32_t access_options,
+                          uint32_t find_options);
+
+/* ---- Iterators ----
+ * An iterator walks the items and directories below a subtree (relative to
+ * the bind point) in path order, chunk by chunk, so no subtree has to fit in
+ * memory. A filter is data built from name globs (over the path relative to
+ * the subtree, or over the last component when the glob holds no "/"; "*"
+ * any run without "/", "**" any run, "?" one character other than "/") and
+ * datatypes, joined with OR (0) or AND (1) or negated (2, no second filter).
+ * A combination owns the filters it was made from; free with `recursive` 1
+ * frees them too, with 0 only the combination itself. The store evaluates
+ * the filter next to the data.
+ * tarvo_iterator_next_data gives each entry's value (null for a directory):
+ * with TARVO_ITERATOR_OPTION_DATALIST it comes with the chunk and belongs to
+ * the iterator (valid until the following call); without it the value is
+ * read item by item and is the caller's to free() with free. A null name
+ * ends the walk. The store holds no EDM (external) entries, so
+ * TARVO_ITERATOR_OPTION_EDM walks the same entries. */
+typedef struct tarvo_iterator_filter_td *tarvo_iterator_filter_h_td;
+typedef struct tarvo_iterator_td *tarvo_iterator_h_td;
+#define TARVO_ITERATOR_FILTER_OR 0u
+#define TARVO_ITERATOR_FILTER_AND 1u
+#define TARVO_ITERATOR_FILTER_NOT 2u
+#define TARVO_ITERATOR_OPTION_EDM 0x1u
+#define TARVO_ITERATOR_OPTION_DATALIST 0x2u
+int tarvo_iterator_filter_name(const char *pattern,
+                               tarvo_iterator_filter_h_td *filter);
+int tarvo_iterator_filter_datatype(tarvo_item_datatype_td datatype,
+                                   tarvo_iterator_filter_h_td *filter);
+int tarvo_iterator_filter_combine(tarvo_iterator_filter_h_td filter,
+                                  tarvo_iterator_filter_h_td second,
+                                  uint32_t operation,
+                                  tarvo_iterator_filter_h_td *result);
+void tarvo_iterator_filter_free(tarvo_iterator_filter_h_td filter,
+                                uint32_t recursive);
+int tarvo_iterator_create(tarvo_bind_h_td handle, const char *subtree,
+                          tarvo_iterator_filter_h_td filter, uint32_t options,
+                          tarvo_iterator_h_td *iterator);
+int tarvo_iterator_next(tarvo_bind_h_td handle, tarvo_iterator_h_td iterator,
+                        char **name, tarvo_item_datatype_td *datatype,
+                        void *reserved);
+int tarvo_iterator_next_data(tarvo_bind_h_td handle,
+                             tarvo_iterator_h_td iterator, char **name,
+                             tarvo_item_datatype_td *datatype, void *reserved,
+                             void **value, uint32_t *length);
+int tarvo_iterator_free(tarvo_bind_h_td handle, tarvo_iterator_h_td iterator);
+
+/* ---- Event lists ----
+ * tarvo_event_find gives the logged events of the items whose path matches
+ * `match` (as for tarvo_find; the find options STRICT, ONLY_ANNOT and
+ * ONLY_EXCLUDE apply), ordered by path and then sequence (both reversed with
+ * TARVO_ACCESS_OPTION_REVERSE). A batch holds whole paths: it never splits
+ * the events of one path, so it may hold more events than asked for when
+ * one path has many, and the start name (a whole path) of the next batch
+ * with TARVO_ACCESS_OPTION_NEXT skips the path given. The log keeps the last
+ * `event_window` events of the plane (docs/store.md).
+ * tarvo_find_precommit_changes_internal gives the events the bind's open
+ * transaction or bulk would append, old values from the committed data, in
+ * one complete list (more flag 0) of at most *count events (0: all): by path
+ * and sequence, or with `debug_wp` 1 in the order the changes were made.
+ * Nothing open gives an empty list.
+ * An absent value is a null pointer with length 0. Names and values belong
+ * to the list. */
+typedef struct tarvo_event_list_td *tarvo_event_list_h_td;
+int tarvo_event_find(tarvo_bind_h_td handle, const char *match,
+                     const char *start, uint32_t *count,
+                     tarvo_event_list_h_td *list, uint32_t access_options,
+                     uint32_t find_options);
+int tarvo_find_precommit_changes_internal(tarvo_bind_h_td handle,
+                                          uint32_t *count,
+                                          tarvo_event_list_h_td *list,
+                                          uint32_t debug_wp);
+int tarvo_event_list_get_more_flag(tarvo_event_list_h_td list, int *more);
+/* The last event of the list; *value is its new value (the old one for a
+ * delete). */
+int tarvo_event_list_last(tarvo_event_list_h_td list, char **name,
+                          tarvo_event_td *event,
+                          tarvo_item_datatype_td *datatype, void **value,
+                          uint32_t *length);
+int tarvo_event_list_next_diff(tarvo_event_list_h_td list, char **name,
+                               tarvo_event_td *event,
+                               tarvo_item_datatype_td *datatype,
+                               void **old_value, uint32_t *old_length,
+                               void **new_value, uint32_t *new_length);
+void tarvo_event_list_free(tarvo_event_list_h_td list);
+
+/* ---- Error lists ----
+ * The plane keeps three: the errors list (the refusals of the last bulk end
+ * that was not atomic), the apply errors (refusals of in-service upgrade
+ * ends, kept until cleared) and the unscanned list (items an ISSU bulk
+ * wrote). A request gives at most *count entries (0 or 0xFFFFFFFF: all) and
+ * sets *count to the number delivered; the entries' texts and values belong
+ * to the list. An entry's operations word holds 0x1 create, 0x2 set,
+ * 0x4 delete; the value of a delete is in delete_value. */
+typedef struct tarvo_errors_list_td *tarvo_errors_list_h_td;
+typedef struct tarvo_errors_list_entry_td {
+    char *name; /* null at the end of the list */
+    uint32_t operations;
+    void *value;
+    uint32_t value_length;
+    void *delete_value;
+    uint32_t delete_value_length;
+    tarvo_item_datatype_td datatype;
+    uint32_t error;
+    char *verifier_string;       /* null when there is none */
+    char *prepared_error_string; /* null when there is none */
+} tarvo_errors_list_entry_td;
+/* `apply_errors` 1 gives the apply errors instead of the errors list. */
+int tarvo_errors_list(tarvo_bind_h_td handle, uint32_t apply_errors,
+                      uint32_t *count, tarvo_errors_list_h_td *list);
+int tarvo_apply_errors_list(tarvo_bind_h_td handle, uint32_t *count,
+                            tarvo_errors_list_h_td *list);
+int tarvo_unscanned_errors_list(tarvo_bind_h_td handle, uint32_t *count,
+                                tarvo_errors_list_h_td *list);
+int tarvo_errors_list_next(tarvo_errors_list_h_td list,
+                           tarvo_errors_list_entry_td *entry);
+void tarvo_errors_list_free(tarvo_errors_list_h_td list);
+int tarvo_clear_apply_errors_list(tarvo_bind_h_td handle);
+int tarvo_clear_unscanned_errors_list(tarvo_bind_h_td handle);
+
 /* ---- Transactions ----
  * One transaction per bind, never together with a bulk (TRANS_AND_BULK).
  * The create, set, delete, conditional delete and copy requests of the bind
@@ -464,6 +623,13 @@ int tarvo_cfgmgr_file_merge_diffs4(tarvo_bind_h_td handle, char **files,
                                    const char *filter, const char *match,
                                    uint32_t flags, uint32_t *detail,
                                    void *reserved);
+/* The changes of the diffs merged as tarvo_cfgmgr_file_merge_diffs4 merges
+ * them (absolute paths below each diff's base; `reverse` 1: the changes
+ * that undo them), as one complete event list. No bind is needed. */
+int tarvo_cfgmgr_event_list_from_file(char **files, uint32_t count,
+                                      uint32_t reverse,
+                                      tarvo_event_list_h_td *list,
+                                      uint32_t *detail);
 /* Writes to `output` the saved tree `base` with the items of the saved tree
  * `delta` laid over it (added, or replacing those of the same relative
  * path). `flags` must be 0. */

@@ -30,8 +30,8 @@
     X("list", VARIANT, tarvocon_list_datalist, 0)                             \
     X("ls", VARIANT, tarvocon_list_datalist, 0)                               \
     X("datalist", VARIANT, tarvocon_list_datalist, 1)                         \
-    X("iterate", PLAIN, tarvocon_not_available, 0)                            \
-    X("errorslist", PLAIN, tarvocon_not_available, 0)                         \
+    X("iterate", PLAIN, tarvocon_iterate, 0)                            \
+    X("errorslist", PLAIN, tarvocon_errorslist, 0)                         \
     X("bind", STATE, tarvocon_cd, 0)                                          \
     X("cd", STATE, tarvocon_cd, 0)                                            \
     X("quit", QUIT, nullptr, 0)                                               \
@@ -39,9 +39,9 @@
     X("q", QUIT, nullptr, 0)                                                  \
     X("help", HELP, nullptr, 0)                                               \
     X("dump", PLAIN, tarvocon_hexdump, 0)                                     \
-    X("find", PLAIN, tarvocon_not_available, 0)                               \
-    X("finddata", PLAIN, tarvocon_not_available, 1)                           \
-    X("eventfind", PLAIN, tarvocon_not_available, 0)                          \
+    X("find", VARIANT, tarvocon_find, 0)                               \
+    X("finddata", VARIANT, tarvocon_find, 1)                           \
+    X("eventfind", PLAIN, tarvocon_eventfind, 0)                          \
     X("filesave", PLAIN, tarvocon_filesave, 0)                                \
     X("do", PLAIN, tarvocon_do, 0)                                            \
     X("config", PLAIN, tarvocon_config, 0)                                    \
@@ -75,13 +75,13 @@
     X("cfgmgr_adddiffs", PLAIN, tarvocon_cfgmgr_adddiffs, 0)                    \
     X("cfgmgr_endbulk", STATE, tarvocon_cfgmgr_endbulk, 0)                     \
     X("cfgmgr_merge_diffs", PLAIN, tarvocon_cfgmgr_merge_diffs, 0)                 \
-    X("cfgmgr_merge_diffs_list", PLAIN, tarvocon_not_available, 0)            \
+    X("cfgmgr_merge_diffs_list", PLAIN, tarvocon_cfgmgr_merge_diffs_list, 0)  \
     X("cfgmgr_merge_delta", PLAIN, tarvocon_cfgmgr_merge_delta, 0)                 \
     X("cfgmgr_restore_delta", PLAIN, tarvocon_cfgmgr_restore_delta, 0)               \
-    X("cfgmgr_get_applyerror", PLAIN, tarvocon_not_available, 0)              \
-    X("cfgmgr_get_unscanned", PLAIN, tarvocon_not_available, 0)               \
-    X("cfgmgr_clear_applyerror", PLAIN, tarvocon_not_available, 0)            \
-    X("cfgmgr_clear_unscanned", PLAIN, tarvocon_not_available, 0)
+    X("cfgmgr_get_applyerror", PLAIN, tarvocon_get_applyerror, 0)              \
+    X("cfgmgr_get_unscanned", PLAIN, tarvocon_get_unscanned, 0)               \
+    X("cfgmgr_clear_applyerror", PLAIN, tarvocon_clear_applyerror, 0)            \
+    X("cfgmgr_clear_unscanned", PLAIN, tarvocon_clear_unscanned, 0)
 
 #define TARVOCON_ROW_PLAIN(w, fn, v) {w, TARVOCON_CALL_PLAIN, fn, nullptr, nullptr, v}
 #define TARVOCON_ROW_STATE(w, fn, v) {w, TARVOCON_CALL_STATE, nullptr, fn, nullptr, v}

@@ -1,7 +1,8 @@
 /*
  * The configuration manager's commands: delete marks in the open bulk
  * (cfgmgr_delete, cfgmgr_add_deletes, cfgmgr_remove_deletes), diffs added
- * to it (cfgmgr_adddiffs, cfgmgr_merge_diffs), its end with the saved diff
+ * to it (cfgmgr_adddiffs, cfgmgr_merge_diffs) or shown
+ * (cfgmgr_merge_diffs_list), its end with the saved diff
  * (cfgmgr_endbulk), and base and delta files (cfgmgr_merge_delta,
  * cfgmgr_restore_delta). Only cfgmgr_endbulk changes the console state: it
  * keeps bulk_open in step, asking the client whether a failed end left the
@@ -253,6 +254,34 @@ int tarvocon_cfgmgr_merge_diffs(char **tokens, uint32_t count)
     }
     printf("Diffs merged successfully\n");
     return 0;
+}
+
+/* Shows the merged changes of the files; the display's result is the
+ * command's. */
+int tarvocon_cfgmgr_merge_diffs_list(char **tokens, uint32_t count)
+{
+    assert(tokens != nullptr);
+    if (count < 2)
+        return tarvocon_report_missfilename();
+    if (count > TARVOCON_CFGMGR_MAX_TOKENS)
+        return tarvocon_report_excess();
+    tarvocon_walk_td walk = {};
+    walk.positional_list = 1;
+    if (tarvocon_walk_arguments(tokens, 1, count,
+                                &tarvocon_cfgmgr_merge_diffs_list_options, &walk) != 0)
+        return tarvocon_report_badformat();
+    uint32_t detail = 0;
+    tarvo_event_list_h_td list = nullptr;
+    int32_t code = tarvo_cfgmgr_event_list_from_file(walk.list, walk.list_count, walk.flags,
+                                                     &list, &detail);
+    if (code != 0) {
+        vel_printmsg(tarvocon_msg_sc_cfgmgr_merge(), VEL_SEVERITY_WARNING,
+                     errcode_strerror(tarvocon_with_detail(code, detail)));
+        return 1;
+    }
+    int result = tarvocon_eventlist_display(list, 0xFFFFFFFFu);
+    tarvo_event_list_free(list);
+    return result;
 }
 
 int tarvocon_cfgmgr_merge_delta(char **tokens, uint32_t count)

@@ -17,23 +17,10 @@
 #include <strings.h>
 
 #include "tarvocon.h"
+#include "tarvocon_commands_clone/listing.h"
 #include "tarvocon_commands_clone/options.h"
 
 #define TARVOCON_LIST_MAX_TOKENS 10
-#define TARVOCON_LIST_UNLIMITED 0xFFFFFFFFu
-#define TARVOCON_LIST_CHUNK_DEFAULT 25u
-#define TARVOCON_DATALIST_CHUNK_DEFAULT 10u
-
-/* One listing command's request state. */
-struct tarvocon_list_request_td {
-    int datalist;
-    char path[TARVOCON_PATH_SIZE];
-    const char *start;
-    uint32_t num;
-    uint32_t access_options;
-    int chunked;
-    uint32_t chunk_size;
-};
 
 static void tarvocon_report_list_error(int datalist, const char *text)
 {
@@ -156,6 +143,13 @@ static int tarvocon_fetch_batch(const tarvocon_list_request_td *request,
         }
         /* The chunked requests take no access options and have no more
          * flag: the client fetches the chunks while the display reads. */
+        if (request->find) {
+            return request->datalist
+                       ? tarvo_chunk_find_data(handle, request->path, request->start, size,
+                                               &batch->datalist, 0, request->find_options)
+                       : tarvo_chunk_find(handle, request->path, request->start, size,
+                                          &batch->list, 0, request->find_options);
+        }
         return request->datalist
                    ? tarvo_chunk_datalist(handle, request->path,
                                           request->start, size,
@@ -169,11 +163,20 @@ static int tarvocon_fetch_batch(const tarvocon_list_request_td *request,
         start = next_start; /* continue after the last name received */
         options |= TARVO_ACCESS_OPTION_NEXT;
     }
-    int rc = request->datalist
+    int rc;
+    if (request->find) {
+        rc = request->datalist
+                 ? tarvo_find_data(handle, request->path, start, &batch->count,
+                                   &batch->datalist, options, request->find_options)
+                 : tarvo_find(handle, request->path, start, &batch->count, &batch->list,
+                              options, request->find_options);
+    } else {
+        rc = request->datalist
                  ? tarvo_datalist(handle, request->path, start, &batch->count,
                                   &batch->datalist, options)
                  : tarvo_list(handle, request->path, start, &batch->count,
                               &batch->list, options);
+    }
     if (rc != 0) {
         return rc;
     }
@@ -263,11 +266,15 @@ static int tarvocon_list_batch(const tarvocon_list_request_td *request,
             rc = tarvocon_remember_last(request, &batch, next_start);
         }
     }
+    if (rc == -1) {
+        tarvocon_report_list_error(1, "EDM returned no items and 'more' flag - inconsistent");
+    } else if (rc != 0 && request->find) {
+        vel_printmsg(request->datalist ? tarvocon_msg_sc_datafind() : tarvocon_msg_sc_find(),
+                     VEL_SEVERITY_WARNING, errcode_strerror(rc));
+    } else if (rc != 0) {
+        tarvocon_report_list_error(request->datalist, errcode_strerror(rc));
+    }
     if (rc != 0) {
-        tarvocon_report_list_error(
-            request->datalist || rc == -1,
-            rc == -1 ? "EDM returned no items and 'more' flag - inconsistent"
-                     : errcode_strerror(rc));
         tarvocon_free_batch(&batch);
         return 1;
     }
@@ -299,12 +306,17 @@ int tarvocon_list_datalist(char **tokens, uint32_t count, int datalist)
     if (rc != 0) {
         return rc;
     }
+    return tarvocon_run_listing(&request);
+}
+
+int tarvocon_run_listing(const tarvocon_list_request_td *request)
+{
     char next_start[TARVOCON_PATH_SIZE] = {0};
     uint32_t total = 0;
     int go_on = 1;
     int result = 0;
     while (go_on) {
-        result = tarvocon_list_batch(&request, next_start, &total, &go_on);
+        result = tarvocon_list_batch(request, next_start, &total, &go_on);
     }
     return result;
 }

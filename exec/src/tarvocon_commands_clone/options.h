@@ -63,6 +63,15 @@ extern const tarvocon_option_table_td tarvocon_delete_options;
 extern const tarvocon_option_table_td tarvocon_copy_options;
 extern const tarvocon_option_table_td tarvocon_list_options;
 extern const tarvocon_option_table_td tarvocon_cd_options;
+/* find, finddata and eventfind share their access words. */
+extern const tarvocon_option_table_td tarvocon_search_access_options;
+extern const tarvocon_option_table_td tarvocon_find_find_options;
+extern const tarvocon_option_table_td tarvocon_finddata_extra_options;
+extern const tarvocon_option_table_td tarvocon_find_value_options;
+extern const tarvocon_option_table_td tarvocon_eventfind_find_options;
+extern const tarvocon_option_table_td tarvocon_eventfind_other_options;
+extern const tarvocon_option_table_td tarvocon_iterate_options;
+extern const tarvocon_option_table_td tarvocon_errorslist_options;
 extern const tarvocon_option_table_td tarvocon_starttrans_options;
 extern const tarvocon_option_table_td tarvocon_startbulk_options;
 extern const tarvocon_option_table_td tarvocon_endbulk_options;
