@@ -223,6 +223,21 @@ int tarvocon_abortbulk(char **tokens, uint32_t count, tarvocon_state_td *state);
 int tarvocon_remove_bulk_op(char **tokens, uint32_t count);
 int tarvocon_bulk_num_ops(char **tokens, uint32_t count);
 
+/* ---- Files and the configuration manager (tarvocon_commands_clone/
+ * files.cpp, cfgmgr.cpp) ---- */
+int tarvocon_filesave(char **tokens, uint32_t count);
+int tarvocon_filerestore(char **tokens, uint32_t count);
+int tarvocon_cfgmgr_delete(char **tokens, uint32_t count);
+int tarvocon_cfgmgr_add_deletes(char **tokens, uint32_t count);
+int tarvocon_cfgmgr_remove_deletes(char **tokens, uint32_t count);
+int tarvocon_cfgmgr_adddiffs(char **tokens, uint32_t count);
+int tarvocon_cfgmgr_endbulk(char **tokens, uint32_t count,
+                            tarvocon_state_td *state);
+int tarvocon_cfgmgr_merge_diffs(char **tokens, uint32_t count);
+int tarvocon_cfgmgr_merge_diffs_list(char **tokens, uint32_t count);
+int tarvocon_cfgmgr_merge_delta(char **tokens, uint32_t count);
+int tarvocon_cfgmgr_restore_delta(char **tokens, uint32_t count);
+
 /* ---- Locks (tarvocon_commands_clone/locks.cpp) ---- */
 int tarvocon_rdlock(char **tokens, uint32_t count);
 int tarvocon_wrlock(char **tokens, uint32_t count);

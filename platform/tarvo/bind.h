@@ -88,6 +88,10 @@ Status bind_view(tarvo_bind_td *bind, uint32_t access, Store **store, PendingSto
 Status submit(tarvo_bind_td *bind, Op op, bool atomic, ApplyResult *result,
               bool *collected = nullptr);
 
+// Ends the bind's open bulk (NO_BULK without one) and closes it whatever
+// the result; *changed (when not null) receives the changes applied.
+Status finish_bulk(tarvo_bind_td &bind, std::vector<Event> *changed);
+
 // Records a failure as the bind's last one and returns its code. The
 // prepared text is "<text of the code>: <detail>".
 int32_t fail(tarvo_bind_td *bind, const Status &status);

@@ -175,6 +175,41 @@ Status submit(tarvo_bind_td *bind, Op op, bool atomic, ApplyResult *result, bool
     return ok_status();
 }
 
+Status finish_bulk(tarvo_bind_td &bind, std::vector<Event> *changed)
+{
+    if (!in_bulk(bind))
+        return error(TARVO_ERR_NO_BULK);
+    Op replace;
+    const bool replacing = bind.pending->options & TARVO_BULK_OPTION_COMMIT_REPLACE;
+    if (replacing) {
+        replace.kind = OpKind::DELETE_TREE;
+        replace.path = bind.bind_point;
+        replace.missing_ok = true;
+        bind.pending->bulk.written_below(bind.bind_point, &replace.extra().match.except,
+                                         &replace.extra().match.except_below);
+    }
+    Batch b = bulk_batch(bind, bind.pending->bulk.take());
+    if (replacing)
+        b.ops.push_back(std::move(replace));
+    b.record_errors = true;
+    b.report_changes = changed != nullptr;
+    bind.pending.reset();
+    ApplyResult result;
+    Status s = bind.store->apply(b, &result);
+    if (changed)
+        *changed = std::move(result.changed);
+    if (result.failures.empty() || is_store_failure(s.code))
+        return s;
+    const OpFailure &first = result.failures.front();
+    std::string count = std::to_string(result.failures.size()) + " of " +
+                        std::to_string(b.ops.size()) + " operations refused";
+    std::string outcome = s.ok() ? "the others were applied" : "nothing was applied";
+    return error(first.status.code, count + " (first: " +
+                                        (first.status.detail.empty() ? first.path
+                                                                     : first.status.detail) +
+                                        "); " + outcome + "; see the errors list");
+}
+
 }  // namespace tarvo
 
 using namespace tarvo;
@@ -208,37 +243,7 @@ Status commit(tarvo_bind_td &bind)
     return bind.store->apply(b, &result);
 }
 
-Status end_bulk(tarvo_bind_td &bind)
-{
-    if (!in_bulk(bind))
-        return error(TARVO_ERR_NO_BULK);
-    Op replace;
-    const bool replacing = bind.pending->options & TARVO_BULK_OPTION_COMMIT_REPLACE;
-    if (replacing) {
-        replace.kind = OpKind::DELETE_TREE;
-        replace.path = bind.bind_point;
-        replace.missing_ok = true;
-        bind.pending->bulk.written_below(bind.bind_point, &replace.extra().match.except,
-                                         &replace.extra().match.except_below);
-    }
-    Batch b = bulk_batch(bind, bind.pending->bulk.take());
-    if (replacing)
-        b.ops.push_back(std::move(replace));
-    b.record_errors = true;
-    bind.pending.reset();
-    ApplyResult result;
-    Status s = bind.store->apply(b, &result);
-    if (result.failures.empty() || is_store_failure(s.code))
-        return s;
-    const OpFailure &first = result.failures.front();
-    std::string count = std::to_string(result.failures.size()) + " of " +
-                        std::to_string(b.ops.size()) + " operations refused";
-    std::string outcome = s.ok() ? "the others were applied" : "nothing was applied";
-    return error(first.status.code, count + " (first: " +
-                                        (first.status.detail.empty() ? first.path
-                                                                     : first.status.detail) +
-                                        "); " + outcome + "; see the errors list");
-}
+Status end_bulk(tarvo_bind_td &bind) { return finish_bulk(bind, nullptr); }
 
 Status start_bulk(tarvo_bind_td &bind, uint32_t options)
 {

@@ -264,6 +264,7 @@ Status LocalStore::apply(const Batch &batch, ApplyResult *result)
     }
     // Refused: nothing was applied, but the refusals are kept.
     result->changes = 0;
+    result->changed.clear();
     if (batch.record_errors) {
         Status w = begin_write();
         if (w.ok())
@@ -438,7 +439,7 @@ void LocalStore::rules_touched(const std::string &path, Context &ctx)
 Status LocalStore::event(uint32_t kind, const Node &node, const std::string *old_value,
                          const std::string *new_value, Context &ctx)
 {
-    if (!ctx.batch->events)
+    if (!ctx.batch->events && !ctx.batch->report_changes)
         return ok_status();
     Event e;
     e.kind = kind;
@@ -452,6 +453,10 @@ Status LocalStore::event(uint32_t kind, const Node &node, const std::string *old
         e.has_new = true;
         e.new_value = *new_value;
     }
+    if (ctx.batch->report_changes)
+        ctx.result->changed.push_back(e);
+    if (!ctx.batch->events)
+        return ok_status();
     ctx.events.push_back(std::move(e));
     if (ctx.events.size() > event_window()) {
         ctx.events.pop_front();

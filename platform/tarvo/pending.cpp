@@ -534,18 +534,22 @@ void BulkLog::add(Op op)
 
 uint32_t BulkLog::remove(const std::string &path, uint32_t kind)
 {
-    auto chosen = [kind](const Op &op) {
+    return remove_where([&](const Op &op) {
         bool creates = writes(op) || op.kind == OpKind::COPY;
         bool dels = deletes(op) || op.kind == OpKind::DELETE_TREE;
-        return kind == TARVO_BULK_REMOVE_ALL || (kind == TARVO_BULK_REMOVE_CREATES && creates) ||
-               (kind == TARVO_BULK_REMOVE_DELETES && dels);
-    };
-    uint32_t removed = 0;
-    for (size_t i = 0; i < ops_.size(); ++i) {
-        const Op &op = ops_[i];
         const std::string &at = op.kind == OpKind::COPY ? op.extra().target : op.path;
         bool here = path.empty() || node_key(at) == node_key(path);
-        if (live_[i] && here && chosen(op)) {
+        return here && (kind == TARVO_BULK_REMOVE_ALL ||
+                        (kind == TARVO_BULK_REMOVE_CREATES && creates) ||
+                        (kind == TARVO_BULK_REMOVE_DELETES && dels));
+    });
+}
+
+uint32_t BulkLog::remove_where(const std::function<bool(const Op &)> &chosen)
+{
+    uint32_t removed = 0;
+    for (size_t i = 0; i < ops_.size(); ++i) {
+        if (live_[i] && chosen(ops_[i])) {
             live_[i] = false;
             ++removed;
         }

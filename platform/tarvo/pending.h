@@ -15,6 +15,7 @@
 #ifndef TARVO_PENDING_H
 #define TARVO_PENDING_H
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -93,6 +94,8 @@ public:
     // Removes the operations of `kind` (TARVO_BULK_REMOVE_*) on `path`, or on
     // every path when it is empty; the number removed.
     uint32_t remove(const std::string &path, uint32_t kind);
+    // Removes the operations `chosen` selects; the number removed.
+    uint32_t remove_where(const std::function<bool(const Op &)> &chosen);
     uint32_t count() const { return static_cast<uint32_t>(ops_.size()) - dead_; }
     // The operations in the order the end applies them: copied, or moved
     // out (the log is empty afterwards).

@@ -254,6 +254,7 @@ struct Batch {
                                  // listed in ErrorList::UNSCANNED
     bool events = true;          // append events
     bool record_errors = false;  // the refusals replace ErrorList::ERRORS
+    bool report_changes = false; // ApplyResult::changed lists every change
     Holder writer;               // locks of other holders refuse its writes
     int64_t deadline_ns = 0;     // wall clock; past it: TRANSACTION_TIMED_OUT
 };
@@ -266,6 +267,9 @@ struct OpFailure {
 
 struct ApplyResult {
     uint64_t changes = 0;  // items created, set or deleted
+    // With Batch::report_changes, each change of an applied batch as the
+    // event it appends (seq 0), whether or not events are kept.
+    std::vector<Event> changed;
     std::vector<OpFailure> failures;
 };
 

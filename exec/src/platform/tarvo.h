@@ -145,6 +145,9 @@ typedef uint32_t tarvo_event_td;
     X(TARVO_ERR_BAD_OPTIONS, 0x4081b000, "bad options")                       \
     X(TARVO_ERR_TRANS_AND_BULK, 0x4081b400,                                   \
       "transaction and bulk operation cannot be open together")               \
+    X(TARVO_ERR_FILE_READ, 0x4081b600, "file cannot be read")                 \
+    X(TARVO_ERR_FILE_WRITE, 0x4081b800, "file cannot be written")             \
+    X(TARVO_ERR_BAD_FILE, 0x4081ba00, "damaged or foreign file")              \
     X(TARVO_ERR_NO_MEMORY, 0xc0818200, "no memory")                           \
     X(TARVO_ERR_STORE, 0x8081c000, "store failure")                           \
     X(TARVO_ERR_NO_LIBRARY, 0x8081c200, "client library not installed")       \
@@ -153,6 +156,25 @@ typedef uint32_t tarvo_event_td;
     X(TARVO_ERR_TRANSACTION_TIMED_OUT, 0x40826000, "transaction timed out")   \
     X(TARVO_ERR_BUSY, 0x40826400, "store busy, try again")                    \
     X(TARVO_ERR_NO_PERMISSION, 0x40828400, "permission denied")
+
+/* Detail words of the file operations (saved trees, diffs): a small sub-code
+ * handed back beside the main code, which errcode_strerror reads when it is
+ * ORed into the main code's low byte. X(NAME, value, text). */
+#define TARVO_FILE_DETAIL_LIST(X)                                             \
+    X(TARVO_FILE_DETAIL_NO_NAME, 0x01, "no file name given")                  \
+    X(TARVO_FILE_DETAIL_OPEN, 0x02, "the file cannot be opened")              \
+    X(TARVO_FILE_DETAIL_IO, 0x03, "input/output error")                       \
+    X(TARVO_FILE_DETAIL_MAGIC, 0x04, "not a file of the expected kind")       \
+    X(TARVO_FILE_DETAIL_VERSION, 0x05, "unsupported layout version")          \
+    X(TARVO_FILE_DETAIL_TRUNCATED, 0x06, "the file is truncated")             \
+    X(TARVO_FILE_DETAIL_CHECKSUM, 0x07, "checksum does not match")            \
+    X(TARVO_FILE_DETAIL_LENGTH, 0x08, "a length exceeds its bound")           \
+    X(TARVO_FILE_DETAIL_RECORD, 0x09, "malformed record")                     \
+    X(TARVO_FILE_DETAIL_TOO_LARGE, 0x0a, "the file is too large")
+
+#define TARVO_FILE_DETAIL_ENUMERATOR(name, value, text) name = value,
+enum { TARVO_FILE_DETAIL_LIST(TARVO_FILE_DETAIL_ENUMERATOR) };
+#undef TARVO_FILE_DETAIL_ENUMERATOR
 
 #define TARVO_ERROR_ENUMERATOR(name, code, text) name = (int32_t)code##u,
 enum
@@ -515,6 +537,113 @@ int tarvo_ping(tarvo_bind_h_td handle, uint32_t group, uint32_t plane,
  * unscanned, records each refusal in the apply errors and empties the
  * unscanned list. */
 int tarvo_cfgmgr_issu_mdr_end(tarvo_bind_h_td handle);
+
+/* ---- Saved trees and diffs (layouts in docs/files.md) ----
+ * A saved tree (XNF) holds items with paths relative to the directory they
+ * were saved from; a diff (XND) holds the changes a bulk end made (kind,
+ * path, datatype, old and new value) with paths relative to a base
+ * directory it records. Files are written to a temporary file in the
+ * target's directory, flushed and renamed into place: a crash leaves the old
+ * file or the new one. Every file is read and checked whole (magic, version,
+ * lengths, checksums, every path and value) before anything is changed.
+ *
+ * The calls with a `detail` out-argument set it to 0, or to a
+ * TARVO_FILE_DETAIL_ word that says what was wrong with the file; the main
+ * code is TARVO_ERR_FILE_READ, _FILE_WRITE, _BAD_FILE or BAD_ARGUMENT (no
+ * file name). errcode_strerror(code | detail) names both. */
+#define TARVO_SAVE_OPTION_REGEXP 0x1u      /* match strings are RE2 patterns */
+#define TARVO_SAVE_OPTION_NOBULK 0x20u     /* committed data only */
+#define TARVO_SAVE_OPTION_BULK 0x40u       /* the pending changes only */
+#define TARVO_SAVE_OPTION_COMP 0x80u       /* with REGEXP: items matching none */
+#define TARVO_SAVE_OPTION_NODELETES 0x100u /* accepted; a tree holds no deletions */
+#define TARVO_SAVE_OPTION_OLD_FORMAT 0x800u /* write layout version 1 */
+/* Saves the items at and below `source` (an item or a directory; "" the bind
+ * point) that match any of the `count` match strings ("" matches all):
+ * plain strings are prefixes of the path relative to the source. */
+int tarvo_file_save3(tarvo_bind_h_td handle, const char *source, char **match,
+                     uint32_t count, uint32_t options, const char *file,
+                     uint32_t *detail);
+
+#define TARVO_RESTORE_OPTION_ATOMIC 0x2u       /* all or nothing */
+#define TARVO_RESTORE_OPTION_UPDATE 0x8u       /* existing items are set */
+#define TARVO_RESTORE_OPTION_INITIAL_LOAD 0x10u /* no events */
+#define TARVO_RESTORE_OPTION_OLD_FORMAT 0x800u /* accepted; both layouts are read */
+/* Creates the file's items below `destination` ("" the bind point), those
+ * whose relative path the RE2 pattern `match` matches whole ("" all). In an
+ * open bulk the items are collected into it; in a transaction the call is
+ * refused (TRANSACTION_OPEN). */
+int tarvo_file_restore3(tarvo_bind_h_td handle, const char *destination,
+                        const char *match, uint32_t options, const char *file,
+                        uint32_t *detail);
+
+/* ---- Configuration manager: bulks and diffs ----
+ * These calls work on the bind's open bulk (NO_BULK without one). */
+#define TARVO_CFGMGR_DELETE_REMOVE_ONLY 0x8u
+/* Each path is an RE2 pattern over the item paths relative to the bind
+ * point: the matching items are deleted at the end of the bulk; with
+ * REMOVE_ONLY, the collected operations on matching items are removed
+ * instead (NOT_FOUND when there were none). */
+int tarvo_cfgmgr_bulk_regexp_delete(tarvo_bind_h_td handle, char **paths,
+                                    uint32_t count, uint32_t flags);
+/* Deletes of items or subtrees (plain paths), collected into the bulk. */
+int tarvo_cfgmgr_add_deletes(tarvo_bind_h_td handle, char **paths,
+                             uint32_t count, uint32_t flags);
+/* Removes every collected delete; NOT_FOUND when there was none. */
+int tarvo_cfgmgr_remove_deletes(tarvo_bind_h_td handle, uint32_t flags);
+/* Adds the changes of a diff to the bulk: below `destination` (resolved
+ * against the bind point; "" the diff's own base), those whose relative
+ * path begins with `filter` and matches the RE2 pattern `match` whole (""
+ * each: all). `reverse` 1 adds the changes that undo them, in reverse order. */
+int tarvo_cfgmgr_bulk_add_diffs2(tarvo_bind_h_td handle, const char *destination,
+                                 const char *filter, const char *match,
+                                 uint32_t reverse, const char *file,
+                                 uint32_t *detail);
+
+#define TARVO_CFGMGR_END_FORCELOWMEM 0x2u  /* accepted; no effect here */
+#define TARVO_CFGMGR_END_ATOMIC 0x4u
+#define TARVO_CFGMGR_END_COMMIT_REPLACE 0x40u
+#define TARVO_CFGMGR_END_OPENCONFIG 0x8000u /* accepted; no effect here */
+#define TARVO_CFGMGR_SAVED_CHANGES 0x1u  /* the diff (or restored tree) file */
+#define TARVO_CFGMGR_SAVED_ROLLBACK 0x2u /* never: a store rolls back whole */
+/* Ends the bulk as tarvo_bulk_end does (with the end's own options added)
+ * and, when `file` is given and the end changed items, saves those changes
+ * as a diff. The file's directory is tried first: when no file can be made
+ * there the bulk stays open. *saved receives TARVO_CFGMGR_SAVED_ bits. */
+int tarvo_cfgmgr_bulk_end2(tarvo_bind_h_td handle, const char *file,
+                           uint32_t flags, uint32_t *detail, uint32_t *saved);
+
+#define TARVO_CFGMGR_MERGE_REVERSE 0x1u
+#define TARVO_CFGMGR_MERGE_DISABLE_OPTIM 0x800u
+/* Reads the diffs in order, merges their changes per item (the first old
+ * value and the last new one; DISABLE_OPTIM keeps every change) and adds
+ * the result to the bulk as tarvo_cfgmgr_bulk_add_diffs2 does. `reserved`
+ * must be null. */
+int tarvo_cfgmgr_file_merge_diffs4(tarvo_bind_h_td handle, char **files,
+                                   uint32_t count, const char *destination,
+                                   const char *filter, const char *match,
+                                   uint32_t flags, uint32_t *detail,
+                                   void *reserved);
+/* The changes of the diffs merged as tarvo_cfgmgr_file_merge_diffs4 merges
+ * them (absolute paths below each diff's base; `reverse` 1: the changes
+ * that undo them), as one complete event list. No bind is needed. */
+int tarvo_cfgmgr_event_list_from_file(char **files, uint32_t count,
+                                      uint32_t reverse,
+                                      tarvo_event_list_h_td *list,
+                                      uint32_t *detail);
+/* Writes to `output` the saved tree `base` with the items of the saved tree
+ * `delta` laid over it (added, or replacing those of the same relative
+ * path). `flags` must be 0. */
+int tarvo_cfgmgr_file_merge_delta(const char *base, const char *delta,
+                                  const char *output, uint32_t flags,
+                                  uint32_t *detail);
+#define TARVO_CFGMGR_RESTORE_DELTA_ATOMIC 0x4u
+/* Restores the merge of `base` and `delta` below the bind point, creating
+ * or setting each item; saves the merged tree to `output` (when given)
+ * after a successful restore. `reserved` must be 0. */
+int tarvo_cfgmgr_file_restore_delta(tarvo_bind_h_td handle, const char *base,
+                                    const char *delta, const char *output,
+                                    uint32_t flags, uint32_t reserved,
+                                    uint32_t *detail, uint32_t *saved);
 
 #ifdef __cplusplus
 }

@@ -42,7 +42,7 @@
     X("find", VARIANT, tarvocon_find, 0)                               \
     X("finddata", VARIANT, tarvocon_find, 1)                           \
     X("eventfind", PLAIN, tarvocon_eventfind, 0)                          \
-    X("filesave", PLAIN, tarvocon_not_available, 0)                           \
+    X("filesave", PLAIN, tarvocon_filesave, 0)                                \
     X("do", PLAIN, tarvocon_do, 0)                                            \
     X("config", PLAIN, tarvocon_config, 0)                                    \
     X("settimeout", PLAIN, tarvocon_settimeout, 0)                            \
@@ -68,16 +68,16 @@
     X("remove_bulk_op", PLAIN, tarvocon_remove_bulk_op, 0)                    \
     X("bulk_num_ops", PLAIN, tarvocon_bulk_num_ops, 0)                        \
     X("copy", PLAIN, tarvocon_copy, 0)                                        \
-    X("filerestore", PLAIN, tarvocon_not_available, 0)                        \
-    X("cfgmgr_delete", PLAIN, tarvocon_not_available, 0)                      \
-    X("cfgmgr_add_deletes", PLAIN, tarvocon_not_available, 0)                 \
-    X("cfgmgr_remove_deletes", PLAIN, tarvocon_not_available, 0)              \
-    X("cfgmgr_adddiffs", PLAIN, tarvocon_not_available, 0)                    \
-    X("cfgmgr_endbulk", PLAIN, tarvocon_not_available, 0)                     \
-    X("cfgmgr_merge_diffs", PLAIN, tarvocon_not_available, 0)                 \
-    X("cfgmgr_merge_diffs_list", PLAIN, tarvocon_not_available, 0)            \
-    X("cfgmgr_merge_delta", PLAIN, tarvocon_not_available, 0)                 \
-    X("cfgmgr_restore_delta", PLAIN, tarvocon_not_available, 0)               \
+    X("filerestore", PLAIN, tarvocon_filerestore, 0)                          \
+    X("cfgmgr_delete", PLAIN, tarvocon_cfgmgr_delete, 0)                      \
+    X("cfgmgr_add_deletes", PLAIN, tarvocon_cfgmgr_add_deletes, 0)                 \
+    X("cfgmgr_remove_deletes", PLAIN, tarvocon_cfgmgr_remove_deletes, 0)              \
+    X("cfgmgr_adddiffs", PLAIN, tarvocon_cfgmgr_adddiffs, 0)                    \
+    X("cfgmgr_endbulk", STATE, tarvocon_cfgmgr_endbulk, 0)                     \
+    X("cfgmgr_merge_diffs", PLAIN, tarvocon_cfgmgr_merge_diffs, 0)                 \
+    X("cfgmgr_merge_diffs_list", PLAIN, tarvocon_cfgmgr_merge_diffs_list, 0)  \
+    X("cfgmgr_merge_delta", PLAIN, tarvocon_cfgmgr_merge_delta, 0)                 \
+    X("cfgmgr_restore_delta", PLAIN, tarvocon_cfgmgr_restore_delta, 0)               \
     X("cfgmgr_get_applyerror", PLAIN, tarvocon_get_applyerror, 0)              \
     X("cfgmgr_get_unscanned", PLAIN, tarvocon_get_unscanned, 0)               \
     X("cfgmgr_clear_applyerror", PLAIN, tarvocon_clear_applyerror, 0)            \

@@ -76,6 +76,14 @@ extern const tarvocon_option_table_td tarvocon_starttrans_options;
 extern const tarvocon_option_table_td tarvocon_startbulk_options;
 extern const tarvocon_option_table_td tarvocon_endbulk_options;
 extern const tarvocon_option_table_td tarvocon_remove_bulk_op_options;
+extern const tarvocon_option_table_td tarvocon_filesave_options;
+extern const tarvocon_option_table_td tarvocon_filerestore_options;
+extern const tarvocon_option_table_td tarvocon_cfgmgr_delete_options;
+extern const tarvocon_option_table_td tarvocon_cfgmgr_adddiffs_options;
+extern const tarvocon_option_table_td tarvocon_cfgmgr_endbulk_options;
+extern const tarvocon_option_table_td tarvocon_cfgmgr_merge_diffs_options;
+extern const tarvocon_option_table_td tarvocon_cfgmgr_merge_diffs_list_options;
+extern const tarvocon_option_table_td tarvocon_cfgmgr_restore_delta_options;
 /* ping's words come in five tables, one per part of its target. */
 extern const tarvocon_option_table_td tarvocon_ping_group_options;
 extern const tarvocon_option_table_td tarvocon_ping_plane_options;

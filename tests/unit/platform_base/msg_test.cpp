@@ -190,8 +190,10 @@ TEST(ErrorTexts, UnknownCodesAndDetailWords) {
         {0xffffffffu, "unknown error 0xffffffff"},
         {0x0u, "unknown error 0x00000000"},
         {0x5eu, "unknown error 0x0000005e"},
-        // A detail word in the low byte of a known code names both.
-        {0x8081c603u, "store is damaged (detail 3)"},
+        // A detail word in the low byte of a known code names both; one
+        // without a text is shown by number.
+        {0x4081ba07u, "damaged or foreign file: checksum does not match"},
+        {0x8081c67eu, "store is damaged (detail 126)"},
         {0x408186ffu, "no such item or directory (detail 255)"},
     };
     for (const Case &c : cases)
