@@ -960,6 +960,7 @@ Status LocalStore::errors(ErrorList list, uint64_t after, uint32_t max,
             e.seq = i + 1;
             e.path = records[i].key;
             e.operations = static_cast<uint32_t>(std::strtoul(records[i].value.c_str(), nullptr, 10));
+            e.code = TARVO_ERR_UNSCANNED;
             Node node;
             if (lookup(e.path, &node).ok() && !node.is_dir()) {
                 e.datatype = node.datatype;

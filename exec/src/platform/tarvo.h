@@ -148,6 +148,8 @@ typedef uint32_t tarvo_event_td;
     X(TARVO_ERR_FILE_READ, 0x4081b600, "file cannot be read")                 \
     X(TARVO_ERR_FILE_WRITE, 0x4081b800, "file cannot be written")             \
     X(TARVO_ERR_BAD_FILE, 0x4081ba00, "damaged or foreign file")              \
+    X(TARVO_ERR_UNSCANNED, 0x4081bc00,                                        \
+      "written during an upgrade, not verified yet")                         \
     X(TARVO_ERR_NO_MEMORY, 0xc0818200, "no memory")                           \
     X(TARVO_ERR_STORE, 0x8081c000, "store failure")                           \
     X(TARVO_ERR_NO_LIBRARY, 0x8081c200, "client library not installed")       \
