@@ -87,6 +87,7 @@ Status ListState::fetch()
     // least until the following call of _next.
     previous_.swap(current_);
     current_.clear();
+    current_.reserve(page.entries.size());
     pos_ = 0;
     for (Node &node : page.entries) {
         std::string name = find_ ? std::move(node.path) : std::string(leaf_name(node.path));

@@ -529,6 +529,7 @@ Status SqliteStore::list_dir(const std::string &dir, const ListQuery &q, Page *p
     const std::string end = q.reverse ? dir : subtree_end(dir);
     uint64_t bytes = 0;
     const std::string value = q.with_values ? "value" : "NULL";
+    page->entries.reserve(std::min<uint32_t>(q.max_entries, 1024));
     for (;;) {
         std::string sql = "SELECT path, datatype, " + value + " FROM nodes WHERE ";
         if (!q.reverse)

@@ -510,8 +510,10 @@ int tarvocon_main(int argc, char **argv)
 {
     tarvocon_run_td *run = &tarvocon_run;
     memset(run, 0, sizeof(*run));
+    /* Long listings into a file or a pipe go out in large writes. */
+    static char out_buffer[1 << 16];
     if (!isatty(STDOUT_FILENO))
-        setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
+        setvbuf(stdout, out_buffer, _IOFBF, sizeof out_buffer);
 
     tarvocon_parse_options(run, argc, argv);
     tarvocon_set_data_limit();
