@@ -149,6 +149,9 @@ TEST_F(GetlineTest, CompletionRedrawsTheLineInPlace) {
         ASSERT_TRUE(session->wait_for("0> "));
         session->settle();
         session->send("!\r");
+        // The redraw of a wrapped line may print the prompt again: the next
+        // prompt is the one after the echoed "!".
+        ASSERT_TRUE(session->wait_for("yz !"));
         ASSERT_TRUE(session->wait_for("0> "));
         session->send("\x04");
         EXPECT_EQ(finish(*session),
