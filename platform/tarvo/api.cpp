@@ -38,6 +38,12 @@ Status make_bind(const char *path, uint32_t options, std::unique_ptr<tarvo_bind_
 
 extern "C" {
 
+namespace {
+// The last failed bind of each thread, for tarvo_prepare_error_string(NULL).
+thread_local int32_t bind_failure_code = 0;
+thread_local std::string bind_failure_text;
+}  // namespace
+
 int _tarvo_bind(tarvo_bind_h_td *handle, const char *path, uint32_t options)
 {
     if (!handle || !path)
@@ -46,8 +52,11 @@ int _tarvo_bind(tarvo_bind_h_td *handle, const char *path, uint32_t options)
     return guarded([&] {
         std::unique_ptr<tarvo_bind_td> bind;
         Status s = make_bind(path, options, &bind);
-        if (!s.ok())
+        if (!s.ok()) {
+            bind_failure_code = s.code;
+            bind_failure_text = s.detail;
             return s.code;
+        }
         register_handle(bind.get(), HandleKind::BIND);
         *handle = bind.release();
         return 0;
@@ -82,6 +91,13 @@ int tarvo_bind_get_options(tarvo_bind_h_td handle, uint32_t *options)
 
 int tarvo_prepare_error_string(tarvo_bind_h_td handle, int32_t code, char **text)
 {
+    if (!handle && text) {
+        *text = nullptr;
+        if (code == 0 || code != bind_failure_code || bind_failure_text.empty())
+            return TARVO_ERR_NOT_FOUND;
+        *text = strdup(bind_failure_text.c_str());
+        return *text ? 0 : TARVO_ERR_NO_MEMORY;
+    }
     if (!bind_is_live(handle))
         return TARVO_ERR_BAD_HANDLE;
     if (!text)

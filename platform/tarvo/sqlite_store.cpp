@@ -13,7 +13,9 @@
 #include <cctype>
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <mutex>
 #include <thread>
 #include <unordered_map>
@@ -1067,6 +1069,14 @@ FileState file_state(const std::string &file)
     return f;
 }
 
+// What a writer changes. SQLite running as root gives an opened -wal and
+// -shm their store's owner again, which changes their ctime only.
+bool same_content(const FileState &a, const FileState &b)
+{
+    return a.exists == b.exists && a.dev == b.dev && a.ino == b.ino && a.size == b.size &&
+           a.mtime.tv_sec == b.mtime.tv_sec && a.mtime.tv_nsec == b.mtime.tv_nsec;
+}
+
 bool same(const FileState &a, const FileState &b)
 {
     return a.exists == b.exists && a.dev == b.dev && a.ino == b.ino && a.size == b.size &&
@@ -1115,9 +1125,26 @@ const char *read_only_vfs()
     return NAME;
 }
 
-// One read-only pass over the store file.
+// How SQLite answers a read-only open when a process died in the middle of
+// a write and left the journal's index in need of repair: only a read-write
+// open repairs it, and a read must not write the user's files.
+bool needs_recovery(sqlite3 *db)
+{
+    switch (sqlite3_extended_errcode(db)) {
+    case SQLITE_PROTOCOL:
+    case SQLITE_READONLY_RECOVERY:
+    case SQLITE_READONLY_CANTINIT:
+    case SQLITE_BUSY_RECOVERY:
+        return true;
+    default:
+        return false;
+    }
+}
+
+// One read-only pass over the store file; *recover tells that it failed
+// only because the journal needs a repair.
 Status read_once(const std::string &file, bool immutable,
-                 const std::function<Status(Store &)> &read)
+                 const std::function<Status(Store &)> &read, bool *recover)
 {
     std::string uri = "file:" + uri_path(file) + "?vfs=" + read_only_vfs() +
                       (immutable ? "&immutable=1" : "&readonly_shm=1");
@@ -1127,7 +1154,66 @@ Status read_once(const std::string &file, bool immutable,
         return s;
     SqliteStore store(db, file, StoreOptions{});
     s = store.open_for_reading();
+    *recover = !s.ok() && needs_recovery(db);
     return s.ok() ? read(store) : s;
+}
+
+// Whether a process has the store open: each connection holds a read lock
+// on byte 128 of -shm (SQLite's "dead man switch") for as long as it has.
+// No one: the journal was left by a process that died, and its index may
+// need a repair that makes a read-only open retry for seconds and fail.
+// (Closing the descriptor drops this process's own locks on the file, so
+// read_sqlite_store is for processes without a bind to that store.)
+bool journal_in_use(const std::string &shm)
+{
+    int fd = ::open(shm.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return true;  // SQLite's open reports it
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = 128;
+    lock.l_len = 1;
+    bool used = fcntl(fd, F_GETLK, &lock) != 0 || lock.l_type != F_UNLCK;
+    ::close(fd);
+    return used;
+}
+
+Status copy_file(const std::string &from, const std::string &to)
+{
+    std::error_code ec;
+    std::filesystem::copy_file(from, to, ec);
+    if (ec)
+        return error(TARVO_ERR_DATA_DIR, "cannot copy " + from + ": " + ec.message());
+    return ok_status();
+}
+
+// Reads a copy of the store file and its journal made in TMPDIR (or /tmp),
+// where SQLite repairs the journal's index as any read-write open does; the
+// user's files stay as they are. Errors name the user's file.
+Status read_recovered_copy(const std::string &file, const std::function<Status(Store &)> &read)
+{
+    const char *tmp = std::getenv("TMPDIR");
+    std::string dir = std::string(tmp && *tmp ? tmp : "/tmp") + "/tarvo-read.XXXXXX";
+    if (!mkdtemp(dir.data()))
+        return error(TARVO_ERR_DATA_DIR, "cannot make a directory to read a copy of " + file +
+                                             ": " + std::strerror(errno));
+    const std::string copy = dir + "/store.db";
+    Status s = copy_file(file, copy);
+    if (s.ok())
+        s = copy_file(file + "-wal", copy + "-wal");
+    sqlite3 *db = nullptr;
+    if (s.ok())
+        s = open_connection(copy, file, SQLITE_OPEN_READWRITE, &db);
+    if (s.ok()) {
+        SqliteStore store(db, file, StoreOptions{});
+        s = store.open_for_reading();
+        if (s.ok())
+            s = read(store);
+    }
+    std::error_code ignored;
+    std::filesystem::remove_all(dir, ignored);
+    return s;
 }
 
 }  // namespace
@@ -1156,7 +1242,8 @@ Status open_sqlite_store(const std::string &file, const StoreOptions &options,
 // is only sound if no process opened the store and wrote the file meanwhile,
 // so it is repeated when one did. It is repeated too when the journal went
 // away between the look at the files and the open (its last user closed the
-// store), which makes the open fail.
+// store), which makes the open fail. A journal left by a process killed in a
+// write may need a repair no read-only open can make; then a copy is read.
 Status read_sqlite_store(const std::string &file, const std::function<Status(Store &)> &read)
 {
     constexpr int ATTEMPTS = 5;
@@ -1177,9 +1264,18 @@ Status read_sqlite_store(const std::string &file, const std::function<Status(Sto
                                            "-shm is missing; a bind recovers them");
         } else {
             bool immutable = !wal.exists || !shm.exists;
-            s = read_once(file, immutable, read);
-            again = immutable ? !same(db, file_state(file)) || !same(wal, file_state(file + "-wal"))
-                              : !s.ok() && !file_state(file + "-shm").exists;
+            bool recover = !immutable && !journal_in_use(file + "-shm");
+            if (!recover)
+                s = read_once(file, immutable, read, &recover);
+            if (recover)
+                s = read_recovered_copy(file, read);
+            if (recover)
+                again = !same_content(db, file_state(file)) ||
+                        !same_content(wal, file_state(file + "-wal"));
+            else if (immutable)
+                again = !same(db, file_state(file)) || !same(wal, file_state(file + "-wal"));
+            else
+                again = !s.ok() && !file_state(file + "-shm").exists;
         }
         if (!again)
             return s;

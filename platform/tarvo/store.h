@@ -366,7 +366,10 @@ Status open_sqlite_store(const std::string &file, const StoreOptions &options,
 // reports) and returns its result. Creates and changes no file: not the
 // store, not its -wal or -shm. NOT_FOUND when the file is absent, empty or
 // holds no tables (a store not created yet); BUSY when the file kept
-// changing under a read that needed it to stay still.
+// changing under a read that needed it to stay still. A journal that a
+// process killed with the store open left behind is read from a copy in
+// TMPDIR (or /tmp), which costs the store's size there. For a process
+// without a bind to that store (tools, checks).
 Status read_sqlite_store(const std::string &file,
                          const std::function<Status(Store &)> &read);
 

@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
-# Crash consistency of commits and bulk ends: runs the console on a command
-# file of rounds made by crash_driver (transactions of up to 50 items, bulks
-# of up to 2,000 ended atomically or not, each also deleting an earlier
-# round), kills it with SIGKILL after a random time, then checks the store:
-# intact, and every commit there whole or not at all. All trials share one
+# Crash consistency of commits, bulk ends, file restores and diff
+# applications: runs the console on a command file of rounds made by
+# crash_driver (transactions of up to 50 items; bulks of up to 2,000 ended
+# atomically or not; restores of saved trees; bulks adding a diff file and
+# saving their own changes as one), kills it with SIGKILL after a random
+# time, then checks the store and the saved diffs: intact, and every commit
+# there whole or not at all. All trials share one
 # data directory, so each starts from what the kills before left.
 #
 #   tests/stress/crash_commits.sh DRIVER CONSOLE [TRIALS [SEED]]
@@ -22,11 +24,12 @@ seed=${4:-$(( $(date +%s) % 100000 ))}
 work=$(mktemp -d "${TMPDIR:-/tmp}/crash_commits.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 export TARVO_DATA_DIR="$work/data" HOME="$work"
+mkdir "$work/files"
 
 for ((t = 0; t < trials; t++)); do
     s=$((seed + t))
     delay_ms=$((20 + (s * 2654435761 >> 11) % 700))
-    "$driver" commands "$s" 100 >"$work/rounds.cmd"
+    "$driver" commands "$s" 100 "$work/files" >"$work/rounds.cmd"
     first=$(sed -n '1s/^# first round //p' "$work/rounds.cmd")
     "$console" -f "$work/rounds.cmd" -e >"$work/console.out" 2>"$work/console.err" &
     pid=$!
@@ -45,10 +48,14 @@ for ((t = 0; t < trials; t++)); do
     # to a file is buffered, so the last of them may be missing; a kill
     # inside a commit shows only when the buffer went out just before.
     awk -v round="$first" '
-        /^Command [0-9]+: (committrans|endbulk)$/ { print "commit " round }
-        /^(Transaction committed|Bulk operation ended) successfully$/ { print "done " round++ }
+        /^Command [0-9]+: (committrans|endbulk|cfgmgr_endbulk .*|filerestore .*)$/ {
+            print "commit " round
+        }
+        /^(Transaction committed|Bulk operation ended|File restored) successfully$/ {
+            print "done " round++
+        }
     ' "$work/console.out" >"$work/done.log"
-    if ! result=$("$driver" check "$work/done.log"); then
+    if ! result=$("$driver" check "$work/done.log" "$work/files"); then
         echo "trial $t seed $s killed after ${delay_ms} ms: $result" >&2
         exit 1
     fi

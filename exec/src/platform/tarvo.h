@@ -197,7 +197,9 @@ int _tarvo_unbind(tarvo_bind_h_td handle);
 /* The options word the handle was bound with. */
 int tarvo_bind_get_options(tarvo_bind_h_td handle, uint32_t *options);
 /* A heap text (free with free) describing the bind's last failure with
- * `code`; non-zero when there is nothing more to say than the code's text. */
+ * `code`; non-zero when there is nothing more to say than the code's text.
+ * A null handle asks for the calling thread's last failed _tarvo_bind (the
+ * store file and what is wrong with it). */
 int tarvo_prepare_error_string(tarvo_bind_h_td handle, int32_t code,
                                char **text);
 

@@ -19,6 +19,8 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <string>
+
 #include "platform/os.h"
 #include "tarvocon.h"
 
@@ -319,8 +321,18 @@ static void tarvocon_bind_attempt(tarvocon_run_td *run, getline_data *question)
      * so trying again would only repeat the same failure. */
     if (tarvocon_from_file || (options & TARVO_BIND_OPTION_SCRATCHPAD))
         run->stop = 1;
-    vel_printmsg(tarvocon_msg_sc_bind(), VEL_SEVERITY_NOTICE,
-                 errcode_strerror(code));
+    /* The client names the store file and what is wrong with it. */
+    char *detail = nullptr;
+    if (code != TARVOCON_ERR_NO_LIBRARY &&
+        tarvo_prepare_error_string(nullptr, code, &detail) == 0 &&
+        detail != nullptr) {
+        std::string text = std::string(errcode_strerror(code)) + ": " + detail;
+        vel_printmsg(tarvocon_msg_sc_bind(), VEL_SEVERITY_NOTICE, text.c_str());
+    } else {
+        vel_printmsg(tarvocon_msg_sc_bind(), VEL_SEVERITY_NOTICE,
+                     errcode_strerror(code));
+    }
+    free(detail);
 }
 
 static void tarvocon_initial_bind(tarvocon_run_td *run)

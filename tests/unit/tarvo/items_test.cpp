@@ -82,6 +82,10 @@ TEST_F(Items, CreateAndSetErrors)
          TARVO_ERR_BAD_VALUE, TARVO_ERR_BAD_VALUE},
         {"null value", "n13", U32, "", true, TARVO_ERR_BAD_ARGUMENT, TARVO_ERR_BAD_ARGUMENT,
          TARVO_ERR_BAD_ARGUMENT},
+        {"string of 16 MiB", "n18", STR, std::string((16u << 20) - 1, 'v') + '\0', false, 0,
+         TARVO_ERR_NOT_FOUND, 0},
+        {"string past 16 MiB", "n19", STR, std::string(16u << 20, 'v') + '\0', false,
+         TARVO_ERR_BAD_VALUE, TARVO_ERR_BAD_VALUE, TARVO_ERR_BAD_VALUE},
     };
     const std::string long_path(1030, 'L');
     for (const WriteCase &c : cases) {
@@ -102,6 +106,27 @@ TEST_F(Items, CreateAndSetErrors)
         }
     }
     EXPECT_EQ((std::pair<int, std::string>{U32, std::string("\7\0\0\0", 4)}), b.get("u32"));
+}
+
+// A 10 MB value, in both layouts of a saved tree: stored, saved, restored
+// and read back byte for byte.
+TEST_F(Items, TenMegabyteValueThroughStoreAndSavedTrees)
+{
+    std::string big(10u << 20, '\0');
+    for (size_t i = 0; i + 1 < big.size(); ++i)
+        big[i] = static_cast<char>('a' + i % 26);
+    ASSERT_EQ(0, tarvo_item_create(b.h, "big/v", STR, big.data(),
+                                   static_cast<uint32_t>(big.size()), 0, 0));
+    EXPECT_EQ(big, b.get("big/v").second);
+    for (uint32_t layout : {0u, TARVO_SAVE_OPTION_OLD_FORMAT}) {
+        SCOPED_TRACE(layout);
+        const std::string file = dir.path() + "/big.xnf";
+        const std::string dest = "copy" + std::to_string(layout);
+        uint32_t detail = 0;
+        ASSERT_EQ(0, tarvo_file_save3(b.h, "big", nullptr, 0, layout, file.c_str(), &detail));
+        ASSERT_EQ(0, tarvo_file_restore3(b.h, dest.c_str(), "", 0, file.c_str(), &detail));
+        EXPECT_EQ(big, b.get((dest + "/v").c_str()).second);
+    }
 }
 
 TEST_F(Items, GetCases)

@@ -353,6 +353,28 @@ TEST(Tarvoctl, CheckAndInfoOnlyRead)
          "shared: not created yet", "plane shared: not created yet"},
         {"closed store", [&](const std::string &, Open &) { Bound b; two_items(b); },
          "shared: ok", "2 items"},
+        {"a journal left by a writer killed as it began (its index needs a repair)",
+         [&](const std::string &f, Open &) {
+             { Bound b; two_items(b); }
+             // A journal header without frames, and the index of an empty
+             // journal with other salts: as SIGKILL left them in a crash test.
+             const unsigned char wal[32] = {
+                 0x37, 0x7f, 0x06, 0x82, 0x00, 0x2d, 0xe2, 0x18, 0x00, 0x00, 0x10,
+                 0x00, 0x00, 0x00, 0x00, 0x00, 0x6c, 0x53, 0x19, 0x45, 0xe5, 0x53,
+                 0xb3, 0xb4, 0x1a, 0x00, 0x56, 0x7f, 0x86, 0x9b, 0x82, 0x09};
+             const unsigned char header[48] = {
+                 0x18, 0xe2, 0x2d, 0x00, 0, 0, 0, 0, 0, 0, 0, 0, 0x01, 0, 0, 0,
+                 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+                 0, 0, 0, 0, 0, 0, 0, 0, 0x38, 0x07, 0x18, 0x06, 0x35, 0x93, 0xdb, 0x09};
+             std::string index(32768, '\0');
+             index.replace(0, 48, reinterpret_cast<const char *>(header), 48);
+             index.replace(48, 48, reinterpret_cast<const char *>(header), 48);
+             index.replace(108, 12, 12, '\xff');  // read marks 2 to 4 unused
+             std::ofstream(f + "-wal", std::ios::binary)
+                 .write(reinterpret_cast<const char *>(wal), sizeof wal);
+             std::ofstream(f + "-shm", std::ios::binary) << index;
+         },
+         "shared: ok", "2 items"},
         {"store in use, its changes still in the journal",
          [&](const std::string &, Open &open) {
              open = std::make_unique<Bound>();
