@@ -86,10 +86,14 @@ EtcdClient::EtcdClient(std::vector<std::string> endpoints) : endpoints_(std::mov
 {
     global_init();
     curl_ = curl_easy_init();
+    // No "Expect: 100-continue" round trip before larger bodies.
+    headers_ = curl_slist_append(nullptr, "Expect:");
+    headers_ = curl_slist_append(static_cast<curl_slist *>(headers_), "Content-Type: application/json");
 }
 
 EtcdClient::~EtcdClient()
 {
+    curl_slist_free_all(static_cast<curl_slist *>(headers_));
     if (curl_)
         curl_easy_cleanup(static_cast<CURL *>(curl_));
 }
@@ -102,6 +106,7 @@ Status EtcdClient::post(const std::string &endpoint, const char *path, const std
         return error(TARVO_ERR_NO_MEMORY, "no HTTP handle");
     const std::string url = "http://" + endpoint + path;
     curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
+    curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers_);
     curl_easy_setopt(curl, CURLOPT_POSTFIELDS, body.c_str());
     curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE, long(body.size()));
     curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, collect);

@@ -45,7 +45,8 @@ private:
 
     std::vector<std::string> endpoints_;
     size_t current_ = 0;
-    void *curl_ = nullptr;  // CURL *, kept for its connection
+    void *curl_ = nullptr;     // CURL *, kept for its connection
+    void *headers_ = nullptr;  // curl_slist *
 };
 
 }  // namespace tarvo
