@@ -68,7 +68,7 @@ for store in sqlite "$location/bench"; do
     took[$store,sets]=$(run_console "$store" "$work/sets.cmd")
     took[$store,bulk]=$(run_console "$store" "$work/bulk.cmd")
     took[$store,list]=$(run_console "$store" "$work/list.cmd")
-    grep -c "k0" "$work/out" | grep -qx "$n" || echo "datalist on $store did not list $n items" >&2
+    grep -c "'k[0-9]" "$work/out" | grep -qx "$n" || echo "datalist on $store did not list $n items" >&2
 done
 
 t=$(now)
