@@ -54,6 +54,13 @@ Status open_bind_store(const tarvo_bind_td &bind, const std::string &data_dir,
         *store = new_memory_store(options);
         return ok_status();
     }
+    if (bind.plane == Plane::SHARED) {
+        const std::string location = shared_store_of(bind.settings);
+        if (location != "sqlite") {
+            Status s = check_shared_store(location);
+            return s.ok() ? open_etcd_store(location, options, store) : s;
+        }
+    }
     return open_sqlite_store(plane_file(data_dir, bind.plane), options, store);
 }
 

@@ -839,6 +839,8 @@ Status LocalStore::notify(const Op &op, Context &ctx)
 
 // ---- Locks ----
 
+bool LocalStore::lock_alive(const Holder &holder) { return holder_alive(holder); }
+
 Status LocalStore::live_locks(std::vector<Lock> *out)
 {
     std::vector<Record> records;
@@ -850,7 +852,7 @@ Status LocalStore::live_locks(std::vector<Lock> *out)
             return s;
         for (const Record &r : records) {
             Lock lock;
-            if (decode_lock(r.key, r.value, &lock) && holder_alive(lock.holder))
+            if (decode_lock(r.key, r.value, &lock) && lock_alive(lock.holder))
                 out->push_back(std::move(lock));
         }
         if (records.size() < CHUNK)
@@ -873,7 +875,7 @@ Status LocalStore::lock(std::string_view path, LockMode mode, const Holder &hold
         if (!s.ok())
             break;
         Lock other;
-        if (!decode_lock(r.key, r.value, &other) || !holder_alive(other.holder)) {
+        if (!decode_lock(r.key, r.value, &other) || !lock_alive(other.holder)) {
             s = erase_record(Table::LOCKS, r.key);
             continue;
         }

@@ -65,6 +65,9 @@ protected:
     // The verifier rules as of the current transaction: the cached set while
     // the generation record has not changed.
     Status current_rules(const VerifierSet **rules);
+    // Whether a lock record's holder still counts; by default while its
+    // process lives on this machine.
+    virtual bool lock_alive(const Holder &holder);
 
 private:
     struct Context;

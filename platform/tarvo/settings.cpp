@@ -17,13 +17,15 @@ struct SettingDef {
     const char *name;
     uint64_t min;
     uint64_t max;
+    bool text;  // a word, not a number
 };
 
 constexpr SettingDef DEFS[] = {
-    {"batch_entries", 1, 1000000},
-    {"batch_bytes", 1, 1ull << 30},
-    {"event_window", 1, 1000000000},
-    {"busy_timeout_ms", 0, 600000},
+    {"batch_entries", 1, 1000000, false},
+    {"batch_bytes", 1, 1ull << 30, false},
+    {"event_window", 1, 1000000000, false},
+    {"busy_timeout_ms", 0, 600000, false},
+    {"shared_store", 0, 0, true},
 };
 
 const SettingDef *find_def(const std::string &name)
@@ -36,6 +38,8 @@ const SettingDef *find_def(const std::string &name)
 
 Status parse_value(const SettingDef &def, const std::string &text, uint64_t *out)
 {
+    if (def.text)
+        return check_shared_store(text);
     if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos ||
         text.size() > 12)
         return error(TARVO_ERR_BAD_ARGUMENT,
@@ -49,9 +53,11 @@ Status parse_value(const SettingDef &def, const std::string &text, uint64_t *out
     return ok_status();
 }
 
-void assign(Settings *s, const std::string &name, uint64_t v)
+void assign(Settings *s, const std::string &name, uint64_t v, const std::string &text)
 {
-    if (name == "batch_entries")
+    if (name == "shared_store")
+        s->shared_store = text;
+    else if (name == "batch_entries")
         s->batch_entries = static_cast<uint32_t>(v);
     else if (name == "batch_bytes")
         s->batch_bytes = v;
@@ -221,7 +227,7 @@ Status load_settings(const std::string &dir, Settings *settings)
         if (!s.ok())
             return error(TARVO_ERR_STORE_CORRUPT, dir + "/settings line " +
                                                       std::to_string(number) + ": " + s.detail);
-        assign(settings, name, v);
+        assign(settings, name, v, value);
     }
     return ok_status();
 }
@@ -239,7 +245,7 @@ Status save_setting(const std::string &dir, const std::string &name, const std::
     s = load_settings(dir, &current);
     if (!s.ok())
         return s;
-    assign(&current, name, v);
+    assign(&current, name, v, value);
     const Settings defaults;
     std::ostringstream out;
     for (const SettingDef &d : DEFS) {
@@ -272,9 +278,58 @@ Status setting_text(const Settings &s, const std::string &name, std::string *val
         *value = std::to_string(s.event_window);
     else if (name == "busy_timeout_ms")
         *value = std::to_string(s.busy_timeout_ms);
+    else if (name == "shared_store")
+        *value = s.shared_store;
     else
         return error(TARVO_ERR_BAD_ARGUMENT, "unknown setting " + name);
     return ok_status();
+}
+
+Status parse_etcd_location(const std::string &text, std::vector<std::string> *endpoints,
+                           std::string *prefix)
+{
+    const std::string scheme = "etcd://";
+    if (text.compare(0, scheme.size(), scheme) != 0)
+        return error(TARVO_ERR_BAD_ARGUMENT,
+                     "shared_store: \"" + text +
+                         "\" is neither sqlite nor etcd://HOST:PORT[,HOST:PORT...][/PREFIX]");
+    std::string members = text.substr(scheme.size());
+    size_t slash = members.find('/');
+    *prefix = slash == std::string::npos ? std::string() : members.substr(slash + 1);
+    members.resize(std::min(slash, members.size()));
+    if (prefix->empty())
+        *prefix = "tarvo";
+    if (prefix->find('|') != std::string::npos)
+        return error(TARVO_ERR_BAD_ARGUMENT, "shared_store: an etcd prefix holds no '|'");
+    endpoints->clear();
+    std::istringstream list(members);
+    std::string member;
+    while (std::getline(list, member, ',')) {
+        size_t colon = member.rfind(':');
+        if (colon == std::string::npos || colon == 0 || colon + 1 == member.size() ||
+            member.find_first_not_of("0123456789", colon + 1) != std::string::npos)
+            return error(TARVO_ERR_BAD_ARGUMENT,
+                         "shared_store: etcd member \"" + member + "\" is not HOST:PORT");
+        endpoints->push_back(member);
+    }
+    if (endpoints->empty() || members.back() == ',')
+        return error(TARVO_ERR_BAD_ARGUMENT, "shared_store: no etcd member in \"" + text + "\"");
+    return ok_status();
+}
+
+Status check_shared_store(const std::string &text)
+{
+    if (text == "sqlite")
+        return ok_status();
+    std::vector<std::string> endpoints;
+    std::string prefix;
+    return parse_etcd_location(text, &endpoints, &prefix);
+}
+
+std::string shared_store_of(const Settings &settings)
+{
+    const char *env = std::getenv("TARVO_SHARED_STORE");
+    return env && *env ? std::string(env) : settings.shared_store;
 }
 
 const std::vector<std::string> &setting_names()

@@ -30,6 +30,7 @@ struct Settings {
     uint64_t batch_bytes = 1u << 20;    // names and values per list batch
     uint64_t event_window = 10000;      // events kept per plane
     uint32_t busy_timeout_ms = 5000;    // wait for another process's write
+    std::string shared_store = "sqlite";  // or etcd://HOST:PORT[,...][/PREFIX]
 };
 
 // The plane a bind options word selects.
@@ -58,6 +59,16 @@ Status save_setting(const std::string &dir, const std::string &name,
 Status setting_text(const Settings &settings, const std::string &name,
                     std::string *value);
 const std::vector<std::string> &setting_names();
+
+// Where the shared plane lives: TARVO_SHARED_STORE when set and not empty,
+// else the shared_store setting.
+std::string shared_store_of(const Settings &settings);
+// "sqlite", or an etcd location; BAD_ARGUMENT naming what is wrong.
+Status check_shared_store(const std::string &text);
+// The members ("host:port") and the prefix ("tarvo" when none is given) of
+// etcd://HOST:PORT[,HOST:PORT...][/PREFIX]; BAD_ARGUMENT otherwise.
+Status parse_etcd_location(const std::string &text, std::vector<std::string> *endpoints,
+                           std::string *prefix);
 
 }  // namespace tarvo
 

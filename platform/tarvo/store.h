@@ -373,6 +373,14 @@ Status open_sqlite_store(const std::string &file, const StoreOptions &options,
 Status read_sqlite_store(const std::string &file,
                          const std::function<Status(Store &)> &read);
 
+// Opens the store kept on an etcd cluster at `location`
+// ("etcd://HOST:PORT[,HOST:PORT...][/PREFIX]"), after one request that
+// proves a member answers (TARVO_ERR_STORE naming the location otherwise,
+// within the client's connect and request timeouts per member).
+// TARVO_ERR_NOT_SUPPORTED in a build without the etcd backend.
+Status open_etcd_store(const std::string &location, const StoreOptions &options,
+                       std::unique_ptr<Store> *store);
+
 // A private, empty in-memory store.
 std::unique_ptr<Store> new_memory_store(const StoreOptions &options);
 

@@ -18,6 +18,10 @@
 //   GOLDEN_KEEP=1     keep the temporary directory of a failed case
 //   GOLDEN_TIMEOUT=N  seconds each program of a case may run (default 20);
 //                     one still running then is killed and the case fails
+//   GOLDEN_SHARED_STORE=etcd://HOST:PORT[,...]
+//                     keep the shared plane of every case on that etcd
+//                     cluster, under a prefix of the case's own; the cases
+//                     listed in tests/golden/embedded_only are skipped
 //
 // Prints one line per case ("ok" or "FAILED") and, for a failed case, what
 // differs. Exit status 0 when every case passed, 1 when one failed, 2 on a
@@ -54,6 +58,7 @@ struct Options {
     double time_limit = 20;
     bool update = false;
     bool keep = false;
+    std::string shared_store;  // etcd location without a prefix, or ""
 };
 
 // ---------------------------------------------------------------- texts
@@ -370,6 +375,10 @@ std::vector<std::string> Case::environment() const
         "TERM=dumb",
         "TARVO_DATA_DIR=" + tmp_ + "/data",
         "TARVO_BAG_PATH=" + o_.src + "/platform/bag/schemas:" + o_.src + "/tests/golden/schemas"};
+    if (!o_.shared_store.empty())
+        env.push_back("TARVO_SHARED_STORE=" + o_.shared_store + "/golden-" +
+                      std::to_string(getpid()) + "/" + fs::path(o_.suite_dir).filename().string() +
+                      "/" + name_);
     for (const char *var : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS"}) {
         const char *value = getenv(var);
         if (value != nullptr && *value != '\0')
@@ -567,6 +576,23 @@ std::vector<std::string> case_names(const Options &o, std::string *error)
     return names;
 }
 
+// The cases of the suite that need the embedded store ("suite/case" lines of
+// tests/golden/embedded_only; "#" starts a comment).
+std::vector<std::string> embedded_only(const Options &o)
+{
+    std::vector<std::string> names;
+    std::ifstream in(o.src + "/tests/golden/embedded_only");
+    const std::string suite = fs::path(o.suite_dir).filename().string() + "/";
+    std::string line;
+    while (std::getline(in, line)) {
+        line = line.substr(0, line.find('#'));
+        line.erase(line.find_last_not_of(" \t") + 1);
+        if (line.compare(0, suite.size(), suite) == 0)
+            names.push_back(line.substr(suite.size()));
+    }
+    return names;
+}
+
 bool parse_options(int argc, char **argv, Options *o)
 {
     if (argc < 5 || argc > 6) {
@@ -590,6 +616,8 @@ bool parse_options(int argc, char **argv, Options *o)
                *limit = getenv("GOLDEN_TIMEOUT");
     o->update = update != nullptr && std::strcmp(update, "1") == 0;
     o->keep = keep != nullptr && *keep != '\0' && std::strcmp(keep, "0") != 0;
+    const char *shared = getenv("GOLDEN_SHARED_STORE");
+    o->shared_store = shared != nullptr ? shared : "";
     if (limit != nullptr && *limit != '\0') {
         char *end = nullptr;
         o->time_limit = std::strtod(limit, &end);
@@ -629,7 +657,13 @@ int main(int argc, char **argv)
     sigprocmask(SIG_BLOCK, &child, nullptr);
 
     int failed = 0;
+    const std::vector<std::string> skipped =
+        options.shared_store.empty() ? std::vector<std::string>() : embedded_only(options);
     for (const std::string &name : names) {
+        if (std::find(skipped.begin(), skipped.end(), name) != skipped.end()) {
+            std::printf("%-6s %s/%s (embedded store only)\n", "skip", suite.c_str(), name.c_str());
+            continue;
+        }
         const auto begin = std::chrono::steady_clock::now();
         Case one(options, name);
         const bool passed = one.run();

@@ -9,6 +9,9 @@
 // a PendingStore laid over an SQLite store, reads go through the merged
 // view, and at random moments the operations collected so far are committed
 // to the SQLite store in one batch, which must give the same results.
+//
+// The etcd backend runs when TARVO_TEST_ETCD names a cluster (the etcd
+// ctest starts one), each test under a prefix of its own.
 #include <gtest/gtest.h>
 
 #include <map>
@@ -148,7 +151,7 @@ private:
     uint64_t changes_ = 0, failures_ = 0;
 };
 
-enum class Backend { SQLITE, MEMORY, PENDING };
+enum class Backend { SQLITE, MEMORY, PENDING, ETCD };
 
 class ModelTest : public ::testing::TestWithParam<Backend> {
 protected:
@@ -158,6 +161,16 @@ protected:
         options_.faults = &faults_;
         if (GetParam() == Backend::MEMORY) {
             store_ = new_memory_store(options_);
+            return;
+        }
+        if (GetParam() == Backend::ETCD) {
+            const char *cluster = std::getenv("TARVO_TEST_ETCD");
+            if (!cluster || !*cluster)
+                GTEST_SKIP() << "TARVO_TEST_ETCD names no etcd cluster";
+            const auto *info = ::testing::UnitTest::GetInstance()->current_test_info();
+            std::string location = std::string(cluster) + "/model-" + std::to_string(getpid()) +
+                                   "-" + info->name();
+            ASSERT_TRUE(open_etcd_store(location, options_, &store_).ok());
             return;
         }
         ASSERT_TRUE(open_sqlite_store(dir_.path() + "/m.db", options_, &store_).ok());
@@ -445,11 +458,13 @@ TEST_P(ModelTest, FailedWritesChangeNothing)
 }
 
 INSTANTIATE_TEST_SUITE_P(Backends, ModelTest,
-                         ::testing::Values(Backend::SQLITE, Backend::MEMORY, Backend::PENDING),
+                         ::testing::Values(Backend::SQLITE, Backend::MEMORY, Backend::PENDING,
+                                           Backend::ETCD),
                          [](const auto &info) {
-                             return info.param == Backend::SQLITE   ? "Sqlite"
-                                    : info.param == Backend::MEMORY ? "Memory"
-                                                                    : "Pending";
+                             return info.param == Backend::SQLITE    ? "Sqlite"
+                                    : info.param == Backend::MEMORY  ? "Memory"
+                                    : info.param == Backend::PENDING ? "Pending"
+                                                                     : "Etcd";
                          });
 
 }  // namespace
