@@ -16,7 +16,7 @@ protected:
     {
         Bound setup("/L");
         for (int i = 0; i < 10; ++i) {
-            char name[8];
+            char name[16];
             snprintf(name, sizeof name, "n%02d", i);
             ASSERT_EQ(0, setup.create_u32(name, i));
         }
