@@ -66,6 +66,24 @@ std::string_view node_key(std::string_view path)
     return path;
 }
 
+// The errno a statement of this thread left: SQLite keeps the system's
+// reason for some failures (sqlite3_system_errno) but not for a write that
+// fails inside a commit, where it returns as soon as write(2) fails.
+thread_local int step_errno = 0;
+
+// The system's reason for a failed file operation, or 0.
+int system_reason(sqlite3 *db, int rc)
+{
+    int sys = db ? sqlite3_system_errno(db) : 0;
+    if (sys == 0 && (rc == SQLITE_IOERR_WRITE || rc == SQLITE_IOERR_FSYNC ||
+                     rc == SQLITE_IOERR_TRUNCATE))
+        sys = step_errno;
+    int primary = rc & 0xff;
+    bool file_failure = primary == SQLITE_IOERR || primary == SQLITE_FULL ||
+                        primary == SQLITE_CANTOPEN;
+    return file_failure ? sys : 0;
+}
+
 Status sqlite_error(sqlite3 *db, int rc, std::string_view what)
 {
     int32_t code;
@@ -93,10 +111,7 @@ Status sqlite_error(sqlite3 *db, int rc, std::string_view what)
     std::string msg = db ? sqlite3_errmsg(db) : sqlite3_errstr(rc);
     // "disk I/O error" alone does not tell a full disk (ENOSPC) or a file
     // size limit (EFBIG) from a failing device; the system's reason does.
-    int sys = db ? sqlite3_system_errno(db) : 0;
-    int primary = rc & 0xff;
-    if (sys != 0 && (primary == SQLITE_IOERR || primary == SQLITE_FULL ||
-                     primary == SQLITE_CANTOPEN))
+    if (int sys = system_reason(db, rc))
         msg += std::string(" (") + std::strerror(sys) + ")";
     return error(code, std::string(what) + ": " + msg);
 }
@@ -134,7 +149,13 @@ public:
                               static_cast<int>(v.size()), SQLITE_STATIC);
     }
     void integer(int i, int64_t v) { sqlite3_bind_int64(stmt_, i, v); }
-    int step() { return sqlite3_step(stmt_); }
+    int step()
+    {
+        errno = 0;
+        int rc = sqlite3_step(stmt_);
+        step_errno = errno;
+        return rc;
+    }
     std::string column(int i)
     {
         const void *p = sqlite3_column_blob(stmt_, i);
