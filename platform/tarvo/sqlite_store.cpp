@@ -1260,7 +1260,9 @@ Status read_recovered_copy(const std::string &file, const std::function<Status(S
 // creation fails with the reason.
 bool may_write_store(const std::string &file, std::string *why)
 {
-    const std::string dir = std::filesystem::path(file).parent_path().string();
+    std::string dir = std::filesystem::path(file).parent_path().string();
+    if (dir.empty())
+        dir = ".";
     if (::access(file.c_str(), F_OK) != 0)
         return true;
     if (::access(dir.c_str(), W_OK) != 0) {
