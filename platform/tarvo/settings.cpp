@@ -84,8 +84,10 @@ Status make_dirs(const std::string &dir)
     struct stat st;
     if (::stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
         return error(TARVO_ERR_DATA_DIR, dir + " is not a directory");
-    if (::access(dir.c_str(), W_OK | X_OK) != 0)
-        return error(TARVO_ERR_DATA_DIR, dir + " is not writable");
+    // One the process may not write still serves the stores it may read
+    // (docs/store.md); what cannot be written is refused, naming the file.
+    if (::access(dir.c_str(), X_OK) != 0)
+        return error(TARVO_ERR_DATA_DIR, "cannot use " + dir + ": " + std::strerror(errno));
     return ok_status();
 }
 

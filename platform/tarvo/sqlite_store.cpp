@@ -66,6 +66,24 @@ std::string_view node_key(std::string_view path)
     return path;
 }
 
+// The errno a statement of this thread left: SQLite keeps the system's
+// reason for some failures (sqlite3_system_errno) but not for a write that
+// fails inside a commit, where it returns as soon as write(2) fails.
+thread_local int step_errno = 0;
+
+// The system's reason for a failed file operation, or 0.
+int system_reason(sqlite3 *db, int rc)
+{
+    int sys = db ? sqlite3_system_errno(db) : 0;
+    if (sys == 0 && (rc == SQLITE_IOERR_WRITE || rc == SQLITE_IOERR_FSYNC ||
+                     rc == SQLITE_IOERR_TRUNCATE))
+        sys = step_errno;
+    int primary = rc & 0xff;
+    bool file_failure = primary == SQLITE_IOERR || primary == SQLITE_FULL ||
+                        primary == SQLITE_CANTOPEN;
+    return file_failure ? sys : 0;
+}
+
 Status sqlite_error(sqlite3 *db, int rc, std::string_view what)
 {
     int32_t code;
@@ -90,7 +108,11 @@ Status sqlite_error(sqlite3 *db, int rc, std::string_view what)
     default:
         code = TARVO_ERR_STORE;
     }
-    const char *msg = db ? sqlite3_errmsg(db) : sqlite3_errstr(rc);
+    std::string msg = db ? sqlite3_errmsg(db) : sqlite3_errstr(rc);
+    // "disk I/O error" alone does not tell a full disk (ENOSPC) or a file
+    // size limit (EFBIG) from a failing device; the system's reason does.
+    if (int sys = system_reason(db, rc))
+        msg += std::string(" (") + std::strerror(sys) + ")";
     return error(code, std::string(what) + ": " + msg);
 }
 
@@ -127,7 +149,13 @@ public:
                               static_cast<int>(v.size()), SQLITE_STATIC);
     }
     void integer(int i, int64_t v) { sqlite3_bind_int64(stmt_, i, v); }
-    int step() { return sqlite3_step(stmt_); }
+    int step()
+    {
+        errno = 0;
+        int rc = sqlite3_step(stmt_);
+        step_errno = errno;
+        return rc;
+    }
     std::string column(int i)
     {
         const void *p = sqlite3_column_blob(stmt_, i);
@@ -175,6 +203,8 @@ public:
     Status open_for_binds();
     // Only reads; NOT_FOUND when the file holds no schema yet.
     Status open_for_reading();
+    // From now on every write fails with DATA_DIR and `why`.
+    void refuse_writes(std::string why) { read_only_ = std::move(why); }
 
     Status lookup(std::string_view path, Node *node) override;
     Status list(std::string_view dir, const ListQuery &query, Page *page) override;
@@ -187,7 +217,14 @@ public:
     Status stats(StoreStats *stats) override;
 
 protected:
-    Status begin_write() override { return run("BEGIN IMMEDIATE", "begin"); }
+    Status begin_write() override
+    {
+        // SQLite would begin on a read-only connection and fail only at the
+        // first page it writes, with a text that names no reason.
+        if (!read_only_.empty())
+            return error(TARVO_ERR_DATA_DIR, "cannot write " + file_ + ": " + read_only_);
+        return run("BEGIN IMMEDIATE", "begin");
+    }
     Status commit_write() override;
     void rollback_write() override
     {
@@ -266,6 +303,7 @@ private:
     std::unordered_map<std::string, sqlite3_stmt *> cache_;
     std::unordered_map<const char *, sqlite3_stmt *> fixed_;
     bool trim_due_ = false;  // an event with a sequence at a trim step was added
+    std::string read_only_;  // why writes are refused; empty: they are not
 };
 
 Status SqliteStore::exec(const char *sql, std::string_view what)
@@ -1216,11 +1254,72 @@ Status read_recovered_copy(const std::string &file, const std::function<Status(S
     return s;
 }
 
+
+// Why this process may not write the store in `file` (false), or true when
+// it may. Only an existing file is judged; a missing one is created, or its
+// creation fails with the reason.
+bool may_write_store(const std::string &file, std::string *why)
+{
+    std::string dir = std::filesystem::path(file).parent_path().string();
+    if (dir.empty())
+        dir = ".";
+    if (::access(file.c_str(), F_OK) != 0)
+        return true;
+    if (::access(dir.c_str(), W_OK) != 0) {
+        *why = "this process may not write " + dir + " (" + std::strerror(errno) + ")";
+        return false;
+    }
+    if (::access(file.c_str(), W_OK) != 0) {
+        *why = "this process may not write the file (" + std::string(std::strerror(errno)) + ")";
+        return false;
+    }
+    return true;
+}
+
+// A bind to a store this process may only read. SQLite reads a store in WAL
+// mode only through its -wal and -shm files; a process that may not write
+// must not create them (they would belong to it, and the store's writers
+// could not use them), so the store is read only while they exist: while a
+// process that may write has it open, or after one died with it open.
+// Reading the database file alone (as immutable) would not see another
+// process's writes and could read a checkpoint half done.
+Status open_read_only_store(const std::string &file, const std::string &why,
+                            const StoreOptions &options, std::unique_ptr<Store> *store)
+{
+    if (::access(file.c_str(), R_OK) != 0)
+        return error(TARVO_ERR_DATA_DIR, "cannot read " + file + ": " + std::strerror(errno));
+    if (!file_state(file + "-wal").exists || !file_state(file + "-shm").exists)
+        return error(TARVO_ERR_DATA_DIR,
+                     "cannot read " + file + ": " + why +
+                         ", and the store can be read without writing only while its -wal "
+                         "and -shm files exist (while a process that may write has it open)");
+    std::string uri = "file:" + uri_path(file) + "?vfs=" + read_only_vfs() + "&readonly_shm=1";
+    sqlite3 *db = nullptr;
+    Status s = open_connection(uri, file, SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, &db);
+    if (!s.ok())
+        return s;
+    auto opened = std::make_unique<SqliteStore>(db, file, options);
+    s = opened->open_for_reading();
+    if (!s.ok() && needs_recovery(db))
+        return error(TARVO_ERR_DATA_DIR, "cannot read " + file + ": " + why +
+                                             ", and its journal needs a repair that only a "
+                                             "process that may write can make");
+    if (s.code == TARVO_ERR_NOT_FOUND)
+        return error(TARVO_ERR_DATA_DIR, "cannot create the store in " + file + ": " + why);
+    if (!s.ok())
+        return s;
+    opened->refuse_writes(why);
+    *store = std::move(opened);
+    return ok_status();
+}
 }  // namespace
 
 Status open_sqlite_store(const std::string &file, const StoreOptions &options,
                          std::unique_ptr<Store> *store)
 {
+    std::string why;
+    if (!may_write_store(file, &why))
+        return open_read_only_store(file, why, options, store);
     Status s = create_store_file(file);
     sqlite3 *db = nullptr;
     if (s.ok())

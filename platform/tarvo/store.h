@@ -356,9 +356,11 @@ struct StoreOptions {
 // Opens (creating on first use) the SQLite store in `file`. A missing file
 // is created with store_file_mode() of its directory; an empty file, or one
 // without tables, gets the schema. When the schema is there the open only
-// reads, so it never waits for a writer. DATA_DIR when the file cannot be
-// opened or created, STORE_CORRUPT when it is not a store of this schema
-// version.
+// reads, so it never waits for a writer. A store the process may not write
+// (the file or its directory) is opened read-only while its -wal and -shm
+// exist, and its writes fail with DATA_DIR. DATA_DIR when the file cannot be
+// opened, created or read, STORE_CORRUPT when it is not a store of this
+// schema version.
 Status open_sqlite_store(const std::string &file, const StoreOptions &options,
                          std::unique_ptr<Store> *store);
 

@@ -7,7 +7,7 @@
 // run, e.g. "cd_options" or "interactive_*". STORE_TOOL may be "".
 //
 // A case is <case>.cmd with the optional files .out .err .args .setup .prep
-// .status .stdin beside it; docs/testing.md describes them, the
+// .wrap .status .stdin beside it; docs/testing.md describes them, the
 // placeholders @TMP@ @SRC@ @CMD@ @RLIMIT@ and the environment each case runs
 // in (a fresh temporary directory, its working directory and HOME, removed
 // afterwards).
@@ -322,6 +322,10 @@ public:
 
 private:
     bool has(const char *ext) const { return fs::exists(base_ + ext); }
+    std::string bash() const
+    {
+        return find_in_path("bash", o_.src + "/tests/golden/bin:/usr/local/bin:/usr/bin:/bin");
+    }
     std::vector<std::string> environment() const;
     std::string input(const char *ext, const std::string &to);
     bool prepare();
@@ -405,8 +409,7 @@ std::string Case::input(const char *ext, const std::string &to)
 bool Case::prepare()
 {
     Program prep;
-    prep.argv = {find_in_path("bash", o_.src + "/tests/golden/bin:/usr/local/bin:/usr/bin:/bin"),
-                 base_ + ".prep"};
+    prep.argv = {bash(), base_ + ".prep"};
     prep.env = environment();
     prep.env.push_back("TARVOCTL=" + o_.store_tool);
     prep.env.push_back("TARVOCON=" + o_.console);
@@ -454,8 +457,14 @@ Ending Case::run_console()
         args = split_args(line);
     }
     console.argv = {o_.console};
-    console.argv.insert(console.argv.end(), args.begin(), args.end());
     console.env = environment();
+    // A case that must start the console under a limit or as another user
+    // does so in its .wrap script, which gets the console's command line.
+    if (has(".wrap")) {
+        console.argv = {bash(), base_ + ".wrap", o_.console};
+        console.env.push_back("TARVOCTL=" + o_.store_tool);
+    }
+    console.argv.insert(console.argv.end(), args.begin(), args.end());
     console.cwd = tmp_;
     if (has(".stdin"))
         console.in = base_ + ".stdin";
