@@ -45,6 +45,7 @@ using nlohmann::json;
 constexpr size_t ETCD_MAX_OPS = 120;          // etcd's default limit is 128
 constexpr size_t ETCD_MAX_BYTES = 1u << 20;   // and 1.5 MiB a request
 constexpr int64_t LEASE_TTL_S = 10;
+constexpr uint32_t ETCD_MAX_CHUNK = 1000;     // keys of one range request
 
 std::string prefix_end(std::string key)
 {
@@ -584,9 +585,12 @@ bool add(Page *page, Node node, uint32_t max_entries, uint64_t max_bytes, uint64
     return true;
 }
 
+// One entry past the page, so that a full page knows whether more remain
+// without a second request.
 uint32_t chunk_for(uint32_t max_entries)
 {
-    return std::clamp<uint32_t>(max_entries < UINT32_MAX ? max_entries + 1 : max_entries, 16, 1000);
+    return std::clamp<uint32_t>(max_entries < UINT32_MAX ? max_entries + 1 : max_entries, 16,
+                                ETCD_MAX_CHUNK + 1);
 }
 
 Status EtcdEngine::lookup(std::string_view path, Node *node)
