@@ -151,8 +151,6 @@ bool decode_event(std::string_view in, uint64_t seq, Event *e)
     return ok;
 }
 
-// Renews one lease from a thread of its own while the store lives, so that
-// the locks under it outlive any pause of the console but not its process.
 // The keys and values of a range answer, in its order.
 bool decode_kvs(const json &range, std::vector<KV> *out, bool *more)
 {
@@ -170,6 +168,8 @@ bool decode_kvs(const json &range, std::vector<KV> *out, bool *more)
     return true;
 }
 
+// Renews one lease from a thread of its own while the store lives, so that
+// the locks under it outlive any pause of the console but not its process.
 class LeaseKeeper {
 public:
     LeaseKeeper(std::vector<std::string> endpoints, int64_t id)
@@ -343,9 +343,9 @@ private:
     std::vector<Event> events_;
     int64_t lease_ = 0;
     std::unique_ptr<LeaseKeeper> keeper_;
-    // Node keys as they are while m/version keeps the mod revision
-    // nodes_mod_: every change of a node goes with a new m/version, and a
-    // large write under way shows as m/bulk, when the cache is not used.
+    // Node keys, valid while m/version keeps the mod revision nodes_mod_:
+    // every change of a node puts m/version too, but for the chunks of a
+    // large write, and while those run m/bulk exists and the cache is unused.
     EtcdReadCache nodes_;
     int64_t nodes_mod_ = -1;
     bool cacheable_ = false;   // the pin found no large write under way
