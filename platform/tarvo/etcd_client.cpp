@@ -2,6 +2,7 @@
 
 #include <curl/curl.h>
 
+#include <cstring>
 #include <mutex>
 
 namespace tarvo {
@@ -9,19 +10,191 @@ namespace {
 
 const char ALPHABET[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-int sextet(char c)
+// Sextet of each byte, -1 outside the alphabet.
+struct Sextets {
+    int8_t of[256];
+    constexpr Sextets() : of()
+    {
+        for (int i = 0; i < 256; i++)
+            of[i] = -1;
+        for (int i = 0; i < 64; i++)
+            of[static_cast<uint8_t>(ALPHABET[i])] = static_cast<int8_t>(i);
+    }
+};
+constexpr Sextets SEXTETS;
+
+// A small reader of the JSON the gateway writes, for the range answer.
+class Scanner {
+public:
+    explicit Scanner(std::string_view text) : t_(text) {}
+    bool eat(char c)
+    {
+        blanks();
+        if (i_ >= t_.size() || t_[i_] != c)
+            return false;
+        i_++;
+        return true;
+    }
+    bool peek(char c)
+    {
+        blanks();
+        return i_ < t_.size() && t_[i_] == c;
+    }
+    bool at_end()
+    {
+        blanks();
+        return i_ == t_.size();
+    }
+    // A string; escapes are undone into *scratch, else the view points
+    // into the text.
+    bool string(std::string_view *out, std::string *scratch);
+    bool skip_value();
+    bool literal(bool *value);
+
+private:
+    void blanks()
+    {
+        while (i_ < t_.size() && (t_[i_] == ' ' || t_[i_] == '\n' || t_[i_] == '\r' || t_[i_] == '\t'))
+            i_++;
+    }
+    bool escape(std::string *out);
+    std::string_view t_;
+    size_t i_ = 0;
+};
+
+bool Scanner::string(std::string_view *out, std::string *scratch)
 {
-    if (c >= 'A' && c <= 'Z')
-        return c - 'A';
-    if (c >= 'a' && c <= 'z')
-        return c - 'a' + 26;
-    if (c >= '0' && c <= '9')
-        return c - '0' + 52;
-    if (c == '+')
-        return 62;
-    if (c == '/')
-        return 63;
-    return -1;
+    if (!eat('"'))
+        return false;
+    const size_t start = i_;
+    while (i_ < t_.size() && t_[i_] != '"' && t_[i_] != '\\')
+        i_++;
+    if (i_ < t_.size() && t_[i_] == '"') {
+        *out = t_.substr(start, i_ - start);
+        i_++;
+        return true;
+    }
+    scratch->assign(t_.substr(start, i_ - start));
+    while (i_ < t_.size() && t_[i_] != '"') {
+        if (t_[i_] == '\\') {
+            if (!escape(scratch))
+                return false;
+        } else {
+            *scratch += t_[i_++];
+        }
+    }
+    if (i_ >= t_.size())
+        return false;
+    i_++;
+    *out = *scratch;
+    return true;
+}
+
+bool Scanner::escape(std::string *out)
+{
+    if (++i_ >= t_.size())
+        return false;
+    const char c = t_[i_++];
+    switch (c) {
+    case '"': case '\\': case '/': *out += c; return true;
+    case 'b': *out += '\b'; return true;
+    case 'f': *out += '\f'; return true;
+    case 'n': *out += '\n'; return true;
+    case 'r': *out += '\r'; return true;
+    case 't': *out += '\t'; return true;
+    case 'u': break;
+    default: return false;
+    }
+    if (i_ + 4 > t_.size())
+        return false;
+    unsigned code = 0;
+    for (int k = 0; k < 4; k++) {
+        const char h = t_[i_++];
+        code <<= 4;
+        if (h >= '0' && h <= '9')
+            code |= unsigned(h - '0');
+        else if (h >= 'a' && h <= 'f')
+            code |= unsigned(h - 'a' + 10);
+        else if (h >= 'A' && h <= 'F')
+            code |= unsigned(h - 'A' + 10);
+        else
+            return false;
+    }
+    // Keys and values come as base64: only characters below 0x80 matter.
+    if (code >= 0x80)
+        return false;
+    *out += char(code);
+    return true;
+}
+
+bool Scanner::literal(bool *value)
+{
+    blanks();
+    for (const char *word : {"true", "false", "null"}) {
+        const std::string_view w(word);
+        if (t_.substr(i_, w.size()) == w) {
+            i_ += w.size();
+            *value = w == "true";
+            return true;
+        }
+    }
+    return false;
+}
+
+bool Scanner::skip_value()
+{
+    std::string_view text;
+    std::string scratch;
+    bool flag = false;
+    blanks();
+    if (i_ >= t_.size())
+        return false;
+    const char c = t_[i_];
+    if (c == '"')
+        return string(&text, &scratch);
+    if (c == '{' || c == '[') {
+        const char close = c == '{' ? '}' : ']';
+        i_++;
+        if (eat(close))
+            return true;
+        do {
+            if (c == '{' && !(string(&text, &scratch) && eat(':')))
+                return false;
+            if (!skip_value())
+                return false;
+        } while (eat(','));
+        return eat(close);
+    }
+    if (literal(&flag))
+        return true;
+    const size_t start = i_;
+    while (i_ < t_.size() && std::strchr("+-0123456789.eE", t_[i_]))
+        i_++;
+    return i_ > start;
+}
+
+// One member of "kvs": its key and value, the rest skipped.
+bool read_kv(Scanner &in, KV *kv)
+{
+    if (!in.eat('{'))
+        return false;
+    if (in.eat('}'))
+        return true;
+    std::string_view name, text;
+    std::string scratch;
+    do {
+        if (!in.string(&name, &scratch) || !in.eat(':'))
+            return false;
+        std::string *target = name == "key" ? &kv->key : name == "value" ? &kv->value : nullptr;
+        if (!target) {
+            if (!in.skip_value())
+                return false;
+            continue;
+        }
+        if (!in.string(&text, &scratch) || !base64_decode(text, target))
+            return false;
+    } while (in.eat(','));
+    return in.eat('}');
 }
 
 size_t collect(char *data, size_t size, size_t count, void *out)
@@ -63,23 +236,65 @@ std::string base64_encode(std::string_view in)
 
 bool base64_decode(std::string_view in, std::string *out)
 {
-    out->clear();
+    const size_t pad = in.find('=');
+    if (pad != std::string_view::npos)
+        in = in.substr(0, pad);
+    out->resize(in.size() / 4 * 3 + (in.size() % 4 * 3) / 4);
+    char *to = out->data();
     uint32_t acc = 0;
     int bits = 0;
     for (char c : in) {
-        if (c == '=')
-            break;
-        int v = sextet(c);
-        if (v < 0)
+        const int v = SEXTETS.of[static_cast<uint8_t>(c)];
+        if (v < 0) {
+            out->clear();
             return false;
+        }
         acc = acc << 6 | uint32_t(v);
         bits += 6;
         if (bits >= 8) {
             bits -= 8;
-            *out += char((acc >> bits) & 0xff);
+            *to++ = char((acc >> bits) & 0xff);
         }
     }
+    out->resize(static_cast<size_t>(to - out->data()));
     return true;
+}
+
+bool read_range_answer(std::string_view text, std::vector<KV> *kvs, bool *more)
+{
+    Scanner in(text);
+    *more = false;
+    std::string_view name;
+    std::string scratch;
+    if (!in.eat('{'))
+        return false;
+    if (in.eat('}'))
+        return in.at_end();
+    do {
+        if (!in.string(&name, &scratch) || !in.eat(':'))
+            return false;
+        if (name == "error")
+            return false;
+        if (name == "more") {
+            if (!in.literal(more))
+                return false;
+        } else if (name == "kvs" && in.peek('[')) {
+            in.eat('[');
+            if (in.eat(']'))
+                continue;
+            do {
+                KV kv;
+                if (!read_kv(in, &kv))
+                    return false;
+                kvs->push_back(std::move(kv));
+            } while (in.eat(','));
+            if (!in.eat(']'))
+                return false;
+        } else if (!in.skip_value()) {
+            return false;
+        }
+    } while (in.eat(','));
+    return in.eat('}') && in.at_end();
 }
 
 EtcdClient::EtcdClient(std::vector<std::string> endpoints) : endpoints_(std::move(endpoints))
@@ -132,20 +347,46 @@ Status EtcdClient::post(const std::string &endpoint, const char *path, const std
     return ok_status();
 }
 
-Status EtcdClient::call(const char *path, const nlohmann::json &request, nlohmann::json *answer)
+Status EtcdClient::send(const char *path, const nlohmann::json &request, std::string *text)
 {
     const std::string body = request.dump();
-    std::string text;
     Status s;
     for (size_t tried = 0; tried < endpoints_.size(); tried++) {
         bool unreachable = false;
-        s = post(endpoints_[current_], path, body, &text, &unreachable);
+        s = post(endpoints_[current_], path, body, text, &unreachable);
         if (!unreachable)
             break;
         current_ = (current_ + 1) % endpoints_.size();
     }
+    return s;
+}
+
+Status EtcdClient::call(const char *path, const nlohmann::json &request, nlohmann::json *answer)
+{
+    std::string text;
+    Status s = send(path, request, &text);
+    return s.ok() ? check(text, answer) : s;
+}
+
+Status EtcdClient::range(const nlohmann::json &request, std::vector<KV> *kvs, bool *more)
+{
+    std::string text;
+    Status s = send("/v3/kv/range", request, &text);
     if (!s.ok())
         return s;
+    const size_t before = kvs->size();
+    if (read_range_answer(text, kvs, more))
+        return ok_status();
+    kvs->resize(before);
+    // An answer etcd refused, or one that is not what a range gives.
+    nlohmann::json answer;
+    s = check(text, &answer);
+    return s.ok() ? error(TARVO_ERR_STORE_CORRUPT, "etcd answered a range with something else")
+                  : s;
+}
+
+Status EtcdClient::check(const std::string &text, nlohmann::json *answer)
+{
     *answer = nlohmann::json::parse(text, nullptr, false);
     if (answer->is_discarded() || !answer->is_object())
         return error(TARVO_ERR_STORE, "etcd answered something that is not JSON");

@@ -30,6 +30,7 @@
 #include <optional>
 #include <thread>
 
+#include "etcd_cache.h"
 #include "etcd_client.h"
 #include "holder.h"
 #include "local_store.h"
@@ -45,6 +46,10 @@ using nlohmann::json;
 constexpr size_t ETCD_MAX_OPS = 120;          // etcd's default limit is 128
 constexpr size_t ETCD_MAX_BYTES = 1u << 20;   // and 1.5 MiB a request
 constexpr int64_t LEASE_TTL_S = 10;
+constexpr uint32_t ETCD_MAX_CHUNK = 1000;     // keys of one range a page asks for
+constexpr uint32_t ETCD_MAX_AHEAD = 16000;    // keys of one range a long listing reads
+constexpr uint64_t ETCD_AHEAD_BYTES = 4u << 20;
+constexpr uint32_t ETCD_PREFETCH = 128;       // records read with a writer's pin
 
 std::string prefix_end(std::string key)
 {
@@ -146,9 +151,22 @@ bool decode_event(std::string_view in, uint64_t seq, Event *e)
     return ok;
 }
 
-struct KV {
-    std::string key, value;
-};
+// The keys and values of a range answer, in its order.
+bool decode_kvs(const json &range, std::vector<KV> *out, bool *more)
+{
+    *more = range.is_object() && range.value("more", false);
+    const json &kvs = field(range, "kvs");
+    if (!kvs.is_array())
+        return true;
+    for (const json &kv : kvs) {
+        KV entry;
+        if (!base64_decode(kv.value("key", ""), &entry.key) ||
+            !base64_decode(kv.value("value", ""), &entry.value))
+            return false;
+        out->push_back(std::move(entry));
+    }
+    return true;
+}
 
 // Renews one lease from a thread of its own while the store lives, so that
 // the locks under it outlive any pause of the console but not its process.
@@ -298,12 +316,15 @@ private:
     Status fault();
     Status pin(bool writer);
     Status read_key(const std::string &key, std::string *value, bool *found);
+    EtcdReadCache *cache_for(const std::string &key);
+    Status fetch_range(const std::string &lo, const std::string &hi, bool reverse, uint32_t limit,
+                       std::vector<KV> *out, bool *more);
     Status base_range(const std::string &lo, const std::string &hi, bool reverse, uint32_t limit,
                       std::vector<KV> *out, bool *more);
     Status decode_node(const KV &kv, Node *node) const;
     Status ensure_lease();
     Status txn(const json &compare, const json &success, bool *succeeded, json *answer = nullptr);
-    Status commit_steps(const json &compare, std::vector<json> &ops);
+    Status commit_steps(const json &compare, std::vector<json> &ops, int64_t *revision);
     Status recover(int64_t base, int64_t bulk_mod);
     void end_write();
 
@@ -322,6 +343,14 @@ private:
     std::vector<Event> events_;
     int64_t lease_ = 0;
     std::unique_ptr<LeaseKeeper> keeper_;
+    // Node keys, valid while m/version keeps the mod revision nodes_mod_:
+    // every change of a node puts m/version too, but for the chunks of a
+    // large write, and while those run m/bulk exists and the cache is unused.
+    EtcdReadCache nodes_;
+    int64_t nodes_mod_ = -1;
+    bool cacheable_ = false;   // the pin found no large write under way
+    EtcdReadCache pinned_;     // any key, at the pinned revision only
+    uint32_t ahead_ = 0;       // keys of the last forward node range fetched
 };
 
 Status EtcdEngine::fault()
@@ -346,13 +375,24 @@ Status EtcdEngine::txn(const json &compare, const json &success, bool *succeeded
 
 Status EtcdEngine::pin(bool writer)
 {
+    // Every write reads the locks and the meta records (the rules'
+    // generation): they come with the pin, in the same round trip.
+    const std::string records_lo = record_at(Table::META, ""),
+                      records_hi = root_ + "r" + char('0' + static_cast<int>(Table::LOCKS) + 1);
     for (int round = 0; round < 2; round++) {
+        cacheable_ = false;
+        pinned_.clear();
         json compare = json::array({json{{"target", "VERSION"},
                                          {"key", base64_encode(meta("bulk"))},
                                          {"result", "EQUAL"},
                                          {"version", "0"}}});
         json success = json::array({json{{"request_range", {{"key", base64_encode(meta("version"))}}}},
                                     json{{"request_range", {{"key", base64_encode(meta("seq"))}}}}});
+        if (writer)
+            success.push_back(json{{"request_range",
+                                    {{"key", base64_encode(records_lo)},
+                                     {"range_end", base64_encode(records_hi)},
+                                     {"limit", std::to_string(ETCD_PREFETCH)}}}});
         bool clear = false;
         json answer;
         Status s = txn(compare, success, &clear, &answer);
@@ -375,6 +415,16 @@ Status EtcdEngine::pin(bool writer)
                 seq_ = std::strtoull(seq.c_str(), nullptr, 10);
             else
                 seq_ = 0;
+            if (nodes_mod_ != version_mod_)
+                nodes_.clear();
+            nodes_mod_ = version_mod_;
+            cacheable_ = true;
+            if (writer && responses.is_array() && responses.size() > 2) {
+                std::vector<KV> records;
+                bool more = true;
+                if (decode_kvs(field(responses[2], "response_range"), &records, &more) && !more)
+                    pinned_.add_span(records_lo, records_hi, std::move(records), records_lo);
+            }
             return ok_status();
         }
         // A large write is under way (or died): readers see the plane before it.
@@ -453,6 +503,16 @@ Status EtcdEngine::recover(int64_t base, int64_t bulk_mod)
     return ok_status();
 }
 
+EtcdReadCache *EtcdEngine::cache_for(const std::string &key)
+{
+    if (!rev_)
+        return nullptr;  // a read at the latest revision
+    if (cacheable_ && key.size() > root_.size() && key.compare(0, root_.size(), root_) == 0 &&
+        key[root_.size()] == 'n')
+        return &nodes_;
+    return &pinned_;
+}
+
 Status EtcdEngine::read_key(const std::string &key, std::string *value, bool *found)
 {
     auto it = overlay_.find(key);
@@ -462,22 +522,71 @@ Status EtcdEngine::read_key(const std::string &key, std::string *value, bool *fo
             *value = *it->second;
         return ok_status();
     }
+    EtcdReadCache *cache = cache_for(key);
+    int known = cache ? cache->find(key, value) : -1;
+    if (known >= 0) {
+        *found = known == 1;
+        return ok_status();
+    }
     json request{{"key", base64_encode(key)}};
     if (rev_)
         request["revision"] = std::to_string(rev_);
-    json answer;
-    Status s = client_.call("/v3/kv/range", request, &answer);
+    std::vector<KV> kvs;
+    bool more = false;
+    Status s = client_.range(request, &kvs, &more);
     if (!s.ok())
         return s;
-    const json &kvs = answer.value("kvs", json::array());
     *found = !kvs.empty();
-    if (*found && !base64_decode(kvs[0].value("value", ""), value))
-        return error(TARVO_ERR_STORE_CORRUPT, "bad base64 from etcd");
+    if (*found)
+        *value = std::move(kvs[0].value);
+    if (cache)
+        cache->remember(key, *found ? std::optional<std::string>(*value) : std::nullopt);
     return ok_status();
 }
 
+// Forward ranges are answered from the cache where it can; a listing that
+// goes on past the cached span reads ahead in growing ranges, so that a long
+// listing costs etcd few ranges (each range walks etcd's index from its
+// first key to the range's end, whatever its limit).
 Status EtcdEngine::base_range(const std::string &lo, const std::string &hi, bool reverse,
                               uint32_t limit, std::vector<KV> *out, bool *more)
+{
+    EtcdReadCache *cache = reverse ? nullptr : cache_for(lo);
+    std::string resume;
+    if (!cache)
+        return fetch_range(lo, hi, reverse, limit, out, more);
+    if (cache->range(lo, hi, limit, out, more, &resume))
+        return ok_status();
+    const uint32_t want = limit - static_cast<uint32_t>(out->size());
+    uint32_t fetch = want;
+    if (cache == &nodes_ && cache->continues(resume))
+        fetch = std::clamp<uint32_t>(ahead_ * 2, want, std::max(want, ETCD_MAX_AHEAD));
+    std::vector<KV> got;
+    bool got_more = false;
+    Status s = fetch_range(resume, hi, false, fetch, &got, &got_more);
+    if (!s.ok())
+        return s;
+    if (cache == &nodes_) {
+        uint64_t bytes = 0;
+        for (const KV &kv : got)
+            bytes += kv.key.size() + kv.value.size();
+        // Large values: read ahead no further than about ETCD_AHEAD_BYTES.
+        ahead_ = got.empty() ? fetch
+                             : static_cast<uint32_t>(std::min<uint64_t>(
+                                   fetch, ETCD_AHEAD_BYTES / 2 / (bytes / got.size() + 1) + 1));
+    }
+    const size_t n = std::min<size_t>(want, got.size());
+    out->insert(out->end(), got.begin(), got.begin() + static_cast<ptrdiff_t>(n));
+    *more = got_more || got.size() > n;
+    if (!got_more || !got.empty()) {
+        std::string end = got_more ? got.back().key + '\0' : hi;
+        cache->add_span(resume, end, std::move(got), lo);
+    }
+    return ok_status();
+}
+
+Status EtcdEngine::fetch_range(const std::string &lo, const std::string &hi, bool reverse,
+                               uint32_t limit, std::vector<KV> *out, bool *more)
 {
     json request{{"key", base64_encode(lo)},
                  {"range_end", base64_encode(hi)},
@@ -488,19 +597,7 @@ Status EtcdEngine::base_range(const std::string &lo, const std::string &hi, bool
         request["sort_order"] = "DESCEND";
         request["sort_target"] = "KEY";
     }
-    json answer;
-    Status s = client_.call("/v3/kv/range", request, &answer);
-    if (!s.ok())
-        return s;
-    *more = answer.value("more", false);
-    for (const json &kv : answer.value("kvs", json::array())) {
-        KV entry;
-        if (!base64_decode(kv.value("key", ""), &entry.key) ||
-            !base64_decode(kv.value("value", ""), &entry.value))
-            return error(TARVO_ERR_STORE_CORRUPT, "bad base64 from etcd");
-        out->push_back(std::move(entry));
-    }
-    return ok_status();
+    return client_.range(request, out, more);
 }
 
 Status EtcdEngine::Walker::refill()
@@ -584,9 +681,12 @@ bool add(Page *page, Node node, uint32_t max_entries, uint64_t max_bytes, uint64
     return true;
 }
 
+// One entry past the page, so that a full page knows whether more remain
+// without a second request.
 uint32_t chunk_for(uint32_t max_entries)
 {
-    return std::clamp<uint32_t>(max_entries < UINT32_MAX ? max_entries + 1 : max_entries, 16, 1000);
+    return std::clamp<uint32_t>(max_entries < UINT32_MAX ? max_entries + 1 : max_entries, 16,
+                                ETCD_MAX_CHUNK + 1);
 }
 
 Status EtcdEngine::lookup(std::string_view path, Node *node)
@@ -965,9 +1065,22 @@ Status EtcdEngine::commit_write()
                                      {"key", base64_encode(meta("bulk"))},
                                      {"result", "EQUAL"},
                                      {"version", "0"}}});
-    s = commit_steps(compare, ops);
-    if (s.ok())
+    int64_t revision = 0;
+    s = commit_steps(compare, ops, &revision);
+    if (s.ok()) {
+        // The commit's revision is m/version's new mod revision, and the
+        // nodes there are the pinned ones with this write's changes.
+        if (revision > 0 && cacheable_) {
+            for (const auto &[key, value] : overlay_)
+                if (cache_for(key) == &nodes_)
+                    nodes_.apply(key, value);
+            nodes_mod_ = revision;
+        } else {
+            nodes_.clear();
+            nodes_mod_ = -1;
+        }
         end_write();
+    }
     else if (s.detail.find("lease not found") != std::string::npos) {
         // The lease ran out (the process stood still): take a new one.
         keeper_.reset();
@@ -977,18 +1090,21 @@ Status EtcdEngine::commit_write()
     return s;
 }
 
-Status EtcdEngine::commit_steps(const json &compare, std::vector<json> &ops)
+Status EtcdEngine::commit_steps(const json &compare, std::vector<json> &ops, int64_t *revision)
 {
     size_t bytes = 0;
     for (const json &op : ops)
         bytes += op.dump().size();
     bool succeeded = false;
     if (ops.size() <= ETCD_MAX_OPS && bytes <= ETCD_MAX_BYTES) {
-        Status s = txn(compare, json(ops), &succeeded);
+        json answer;
+        Status s = txn(compare, json(ops), &succeeded, &answer);
         if (s.ok() && !succeeded) {
             conflict_ = true;
             return error(TARVO_ERR_BUSY, "the shared plane changed during the write");
         }
+        if (s.ok())
+            *revision = number(field(field(answer, "header"), "revision"));
         return s;
     }
     Status s = ensure_lease();
