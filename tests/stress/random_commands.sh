@@ -18,6 +18,9 @@ lines=${6:-300}
 seed=${7:-$(( $(date +%s) % 100000 ))}
 work=$(mktemp -d "${TMPDIR:-/tmp}/random_commands.XXXXXX")
 trap 'rm -rf "$work"' EXIT
+# Junk lines save to relative file names: keep them in the work directory.
+driver=$(realpath "$driver") console=$(realpath "$console") tarvoctl=$(realpath "$tarvoctl")
+cd "$work"
 
 # What no command may print, however bad: the console's own failure, the
 # store's, and the sanitizers' reports.
